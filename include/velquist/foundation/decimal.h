@@ -1,0 +1,108 @@
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace velquist::foundation {
+
+__extension__ typedef unsigned __int128 UInt128;
+
+/// A base-10 floating decimal for money: value = (-1)^sign x mantissa x 10^exponent with a
+/// 128-bit mantissa (38 significant digits always fit, 39 when below 2^128) and an exponent
+/// in -128...127, plus a distinct NaN.
+///
+/// It reproduces the platform decimal bit for bit, imprecise corners included, because
+/// displayed prices and discounts must come out exactly as the platform's:
+/// - results are compacted (trailing zeros move into the exponent), so 1.50 prints `1.5`;
+/// - a sum or product wider than 128 bits is cut back by truncation, never rounded;
+/// - division always truncates to at most 38 digits of quotient;
+/// - any fault (overflow, division by zero, a NaN operand) gives NaN, never a trap;
+/// - `Decimal::fromDouble` scales by ten in rounded double steps, so 52.1786 becomes
+///   52.17860000000001024.
+///
+/// Equality and ordering are numeric (1.5 == 1.50, NaN equals NaN and sorts below
+/// everything); `std::hash` agrees with equality.
+///
+/// A value type; distinct objects may be used from different threads freely.
+///
+///     Decimal(499, -2) * Decimal::fromDouble(52.1786)  ->  260.3712140000000510976
+class Decimal {
+ public:
+  /// Rounding of `rounded(scale, mode)`: `plain` rounds half away from zero, `bankers` half
+  /// to even, `down` toward minus infinity, `up` toward plus infinity.
+  enum class RoundingMode { plain, down, up, bankers };
+
+  /// Zero.
+  constexpr Decimal() = default;
+
+  /// The exact integer.
+  Decimal(std::int64_t value);  // NOLINT(google-explicit-constructor): integers read as decimals
+  Decimal(int value) : Decimal(static_cast<std::int64_t>(value)) {}  // NOLINT
+
+  /// mantissa x 10^exponent, compacted; the exponent must lie in -128...127.
+  Decimal(std::int64_t mantissa, int exponent);
+
+  /// The value from its raw parts as stored, not compacted (for tests and the serial form of
+  /// odd values). `exponent` must lie in -128...127.
+  static Decimal fromParts(bool isNegative, UInt128 mantissa, int exponent);
+
+  /// The platform's conversion of a double: NaN for NaN, zero for +-0, the multiply-by-ten
+  /// chain otherwise. An infinity is a programming error and stops the process.
+  static Decimal fromDouble(double value);
+
+  /// Parses `[spaces][+|-]digits[.digits][e[+|-]digits]`, the prefix that matches. Digits
+  /// beyond what fits are truncated; no digits at all or an exponent out of range gives no
+  /// value. `"4.99"` is exactly 4.99.
+  static std::optional<Decimal> fromString(std::string_view text);
+
+  static Decimal nan();
+
+  bool isNaN() const { return isNaN_; }
+  bool isZero() const { return !isNaN_ && mantissa_ == 0; }
+  bool isNegative() const { return isNegative_; }
+  UInt128 mantissa() const { return mantissa_; }
+  int exponent() const { return exponent_; }
+
+  /// Plain positional text, never an exponent: `0.85`, `12000`, `-3.5`, `0`, `NaN`.
+  std::string description() const;
+
+  /// The nearest double as the platform computes it (word by word, then by tens).
+  double doubleValue() const;
+
+  /// Rounds to `scale` digits after the point; a value that needs no rounding is returned
+  /// unchanged.
+  Decimal rounded(int scale, RoundingMode mode) const;
+
+  friend Decimal operator+(const Decimal& lhs, const Decimal& rhs);
+  friend Decimal operator-(const Decimal& lhs, const Decimal& rhs);
+  friend Decimal operator*(const Decimal& lhs, const Decimal& rhs);
+  friend Decimal operator/(const Decimal& lhs, const Decimal& rhs);
+  Decimal operator-() const;
+  Decimal& operator+=(const Decimal& rhs) { return *this = *this + rhs; }
+  Decimal& operator-=(const Decimal& rhs) { return *this = *this - rhs; }
+  Decimal& operator*=(const Decimal& rhs) { return *this = *this * rhs; }
+  Decimal& operator/=(const Decimal& rhs) { return *this = *this / rhs; }
+
+  friend bool operator==(const Decimal& lhs, const Decimal& rhs);
+  friend std::strong_ordering operator<=>(const Decimal& lhs, const Decimal& rhs);
+
+  /// A hash that agrees with numeric equality.
+  std::size_t hashValue() const;
+
+ private:
+  UInt128 mantissa_ = 0;
+  std::int16_t exponent_ = 0;
+  bool isNegative_ = false;
+  bool isNaN_ = false;
+};
+
+}  // namespace velquist::foundation
+
+template <>
+struct std::hash<velquist::foundation::Decimal> {
+  std::size_t operator()(const velquist::foundation::Decimal& value) const { return value.hashValue(); }
+};

@@ -1,0 +1,6 @@
+#include <iostream>
+
+int main() {
+  std::cout << "vsk\n";
+  return 0;
+}
