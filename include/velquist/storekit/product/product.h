@@ -1,0 +1,189 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "velquist/foundation/decimal.h"
+#include "velquist/foundation/locale.h"
+#include "velquist/support/dump.h"
+#include "velquist/support/raw_value.h"
+#include "velquist/support/tagged.h"
+
+namespace velquist::storekit {
+
+using foundation::Decimal;
+using foundation::Locale;
+using support::Tagged;
+
+/// The library's own, store-independent picture of one purchasable item: a one-off
+/// purchase, or an auto-renewing subscription when `subscription` is present. A plain value:
+/// copying a product copies everything, and nothing refers back to the store object it was
+/// built from.
+///
+/// Equality and hashing go over all eight fields in declaration order, so two products with
+/// the same `id` but a different `displayPrice` are unequal although they name the same item.
+/// Identity (`id`) and equality are different questions on purpose.
+///
+/// A value type: distinct objects are safe on different threads; one object is safe to read
+/// from many threads.
+struct Product {
+  struct SubscriptionOffer;
+  using ID = Tagged<Product, std::string>;
+
+  /// A subscription's renewal period or an offer's period: `value` units of `unit`.
+  ///
+  /// Equality is field-wise, but ordering compares day counts (`numberOfDays`), so one week
+  /// and seven days are unequal while neither is less than the other.
+  struct SubscriptionPeriod {
+    /// A calendar unit; integer raw values 0...3, ordered by raw value.
+    enum class Unit : std::int64_t { day = 0, week = 1, month = 2, year = 3 };
+
+    Unit unit = Unit::day;
+    std::int64_t value = 0;
+
+    SubscriptionPeriod() = default;
+    SubscriptionPeriod(Unit unit, std::int64_t value) : unit(unit), value(value) {}
+    /// The store's vocabulary: the count first, then the unit.
+    SubscriptionPeriod(std::int64_t numberOfUnits, Unit unit) : unit(unit), value(numberOfUnits) {}
+
+    static SubscriptionPeriod day(std::int64_t count) { return {Unit::day, count}; }
+    static SubscriptionPeriod week(std::int64_t count) { return {Unit::week, count}; }
+    static SubscriptionPeriod month(std::int64_t count) { return {Unit::month, count}; }
+    static SubscriptionPeriod year(std::int64_t count) { return {Unit::year, count}; }
+
+    std::int64_t numberOfUnits() const { return value; }
+
+    /// The length in days by the library's fixed calendar: a week is 7 days, a month 4
+    /// weeks (28 days) and a year 12 such months (336 days). Overflow of the 64-bit product
+    /// is a programming error and stops the process.
+    std::int64_t numberOfDays() const;
+
+    /// The analytics key: count, "_", singular unit name, e.g. `1_month`, `3_month`,
+    /// `2_week`. A single week alone is reported as seven days: `7_day`.
+    std::string analyticsValue() const;
+
+    friend bool operator==(const SubscriptionPeriod&, const SubscriptionPeriod&) = default;
+    friend bool operator<(const SubscriptionPeriod& lhs, const SubscriptionPeriod& rhs) {
+      return lhs.numberOfDays() < rhs.numberOfDays();
+    }
+    friend bool operator>(const SubscriptionPeriod& lhs, const SubscriptionPeriod& rhs) { return rhs < lhs; }
+    friend bool operator<=(const SubscriptionPeriod& lhs, const SubscriptionPeriod& rhs) { return !(rhs < lhs); }
+    friend bool operator>=(const SubscriptionPeriod& lhs, const SubscriptionPeriod& rhs) { return !(lhs < rhs); }
+  };
+
+  /// An introductory or promotional offer of a subscription.
+  struct SubscriptionOffer {
+    using ID = Tagged<SubscriptionOffer, std::string>;
+
+    /// Text raw values "introductory" and "promotional".
+    enum class OfferType { introductory, promotional };
+    /// Text raw values "pay_as_you_go", "pay_up_front" and "free_trial".
+    enum class PaymentMode { payAsYouGo, payUpFront, freeTrial };
+
+    std::optional<ID> id;  ///< absent when the store gives none
+    OfferType type = OfferType::introductory;
+    Decimal price;
+    Locale priceLocale;
+    std::string displayPrice;
+    SubscriptionPeriod period;
+    PaymentMode paymentMode = PaymentMode::payAsYouGo;
+
+    friend bool operator==(const SubscriptionOffer&, const SubscriptionOffer&) = default;
+  };
+
+  /// What makes a product an auto-renewing subscription.
+  struct SubscriptionInfo {
+    std::optional<SubscriptionOffer> introductoryOffer;
+    std::string subscriptionGroupID;
+    SubscriptionPeriod subscriptionPeriod;
+    std::vector<SubscriptionOffer> promotionalOffers;  ///< in the store's order
+    bool isEligibleForIntroOffer = false;
+
+    friend bool operator==(const SubscriptionInfo&, const SubscriptionInfo&) = default;
+  };
+
+  /// The first seven fields; `promotionalOfferID` starts absent and is only ever set by
+  /// assignment afterwards.
+  Product(ID id, std::string displayName, std::string description, Decimal price, Locale priceLocale,
+          std::string displayPrice, std::optional<SubscriptionInfo> subscription)
+      : id(std::move(id)),
+        displayName(std::move(displayName)),
+        description(std::move(description)),
+        price(price),
+        priceLocale(std::move(priceLocale)),
+        displayPrice(std::move(displayPrice)),
+        subscription(std::move(subscription)) {}
+
+  ID id;  ///< the store's product identifier
+  std::string displayName;
+  std::string description;
+  Decimal price;  ///< in the currency of `priceLocale`
+  Locale priceLocale;
+  std::string displayPrice;
+  std::optional<SubscriptionInfo> subscription;
+  std::optional<SubscriptionOffer::ID> promotionalOfferID;
+
+  // The store product's own property names, so code written against it reads the same.
+  const std::string& localizedTitle() const { return displayName; }
+  const std::string& localizedDescription() const { return description; }
+  std::optional<SubscriptionPeriod> subscriptionPeriod() const;
+  std::optional<SubscriptionOffer> introductoryPrice() const;
+
+  friend bool operator==(const Product&, const Product&) = default;
+};
+
+// Raw values and names of the enumerations.
+std::string_view rawValue(Product::SubscriptionOffer::OfferType type);
+std::string_view rawValue(Product::SubscriptionOffer::PaymentMode mode);
+std::int64_t rawValue(Product::SubscriptionPeriod::Unit unit);
+/// The lower-case unit name: "day", "week", "month", "year".
+std::string_view description(Product::SubscriptionPeriod::Unit unit);
+
+// Dump shapes (`Product.SubscriptionPeriod(unit: .month, value: 1)` and so on).
+support::DumpValue customDumpValue(const Product& product);
+support::DumpValue customDumpValue(const Product::SubscriptionInfo& info);
+support::DumpValue customDumpValue(const Product::SubscriptionOffer& offer);
+support::DumpValue customDumpValue(const Product::SubscriptionPeriod& period);
+support::DumpValue customDumpValue(Product::SubscriptionOffer::OfferType type);
+support::DumpValue customDumpValue(Product::SubscriptionOffer::PaymentMode mode);
+support::DumpValue customDumpValue(Product::SubscriptionPeriod::Unit unit);
+
+}  // namespace velquist::storekit
+
+template <>
+struct velquist::support::CaseList<velquist::storekit::Product::SubscriptionOffer::OfferType> {
+  using E = velquist::storekit::Product::SubscriptionOffer::OfferType;
+  static constexpr std::array all{E::introductory, E::promotional};
+};
+template <>
+struct velquist::support::CaseList<velquist::storekit::Product::SubscriptionOffer::PaymentMode> {
+  using E = velquist::storekit::Product::SubscriptionOffer::PaymentMode;
+  static constexpr std::array all{E::payAsYouGo, E::payUpFront, E::freeTrial};
+};
+template <>
+struct velquist::support::CaseList<velquist::storekit::Product::SubscriptionPeriod::Unit> {
+  using E = velquist::storekit::Product::SubscriptionPeriod::Unit;
+  static constexpr std::array all{E::day, E::week, E::month, E::year};
+};
+
+template <>
+struct std::hash<velquist::storekit::Product::SubscriptionPeriod> {
+  std::size_t operator()(const velquist::storekit::Product::SubscriptionPeriod& period) const;
+};
+template <>
+struct std::hash<velquist::storekit::Product::SubscriptionOffer> {
+  std::size_t operator()(const velquist::storekit::Product::SubscriptionOffer& offer) const;
+};
+template <>
+struct std::hash<velquist::storekit::Product::SubscriptionInfo> {
+  std::size_t operator()(const velquist::storekit::Product::SubscriptionInfo& info) const;
+};
+template <>
+struct std::hash<velquist::storekit::Product> {
+  std::size_t operator()(const velquist::storekit::Product& product) const;
+};

@@ -1,0 +1,99 @@
+// End-to-end tests of the command-line tool: each case runs the real `vsk` binary.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct RunResult {
+  int exitCode = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string slurp(const std::filesystem::path& path) {
+  std::ifstream file(path);
+  std::stringstream buffer;
+  buffer << file.rdbuf();
+  return buffer.str();
+}
+
+std::string quoted(const std::string& argument) {
+  std::string result = "'";
+  for (char c : argument) result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return result + "'";
+}
+
+RunResult runVsk(const std::vector<std::string>& arguments) {
+  const auto dir = std::filesystem::temp_directory_path() /
+                   ("vsk_test_" + std::to_string(::getpid()) + "_" + std::to_string(std::rand()));
+  std::filesystem::create_directories(dir);
+  std::string command = quoted(VSK_PATH);
+  for (const auto& argument : arguments) command += " " + quoted(argument);
+  command += " >" + quoted((dir / "out").string()) + " 2>" + quoted((dir / "err").string());
+  const int status = std::system(command.c_str());
+  RunResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(dir / "out"), slurp(dir / "err")};
+  std::filesystem::remove_all(dir);
+  return result;
+}
+
+std::string writeTemporary(const std::string& name, const std::string& contents) {
+  const auto path = std::filesystem::temp_directory_path() / ("vsk_test_" + std::to_string(::getpid()) + "_" + name);
+  std::ofstream(path) << contents;
+  return path.string();
+}
+
+TEST(VskPeriod, PrintsUnitValueDaysAndAnalyticsValue) {
+  const struct {
+    const char* period;
+    const char* expected;
+  } cases[] = {
+      {"P1W", "unit: week\nvalue: 1\ndays: 7\nanalytics: 7_day\n"},
+      {"P2W", "unit: week\nvalue: 2\ndays: 14\nanalytics: 2_week\n"},
+      {"P3M", "unit: month\nvalue: 3\ndays: 84\nanalytics: 3_month\n"},
+      {"P1Y", "unit: year\nvalue: 1\ndays: 336\nanalytics: 1_year\n"},
+      {"P7D", "unit: day\nvalue: 7\ndays: 7\nanalytics: 7_day\n"},
+  };
+  for (const auto& c : cases) {
+    const RunResult result = runVsk({"period", c.period});
+    EXPECT_EQ(result.exitCode, 0) << c.period << ": " << result.err;
+    EXPECT_EQ(result.out, c.expected) << c.period;
+  }
+}
+
+TEST(VskPeriod, RefusesWhatIsNotASinglePeriodWithExitCodeTwo) {
+  for (const char* bad : {"P1Y2M", "1W", "P1w", "PT1H", "P", "PW", "P-1D", "P1.5M", "", "P99999999999999999999D",
+                          "P9223372036854775807Y"}) {
+    const RunResult result = runVsk({"period", bad});
+    EXPECT_EQ(result.exitCode, 2) << bad;
+    EXPECT_EQ(result.out, "") << bad;
+    EXPECT_NE(result.err.find("vsk period:"), std::string::npos) << bad;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << "one line for " << bad;
+  }
+  EXPECT_EQ(runVsk({"period"}).exitCode, 2);
+  EXPECT_EQ(runVsk({"period", "P1W", "P1M"}).exitCode, 2);
+}
+
+TEST(VskHelp, ListsEveryCommandAndRejectsUnknownOnes) {
+  const RunResult help = runVsk({"--help"});
+  EXPECT_EQ(help.exitCode, 0);
+  for (const char* command : {"period <ISO-8601 period>", "decode <type> <file.json>"}) {
+    EXPECT_NE(help.out.find(command), std::string::npos) << command;
+  }
+  const RunResult periodHelp = runVsk({"period", "--help"});
+  EXPECT_EQ(periodHelp.exitCode, 0);
+  EXPECT_NE(periodHelp.out.find("Usage: vsk period"), std::string::npos);
+
+  const RunResult unknown = runVsk({"frobnicate"});
+  EXPECT_EQ(unknown.exitCode, 2);
+  EXPECT_NE(unknown.err.find("unknown command 'frobnicate'"), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velquist::vsk {
+
+/// Exit codes of every command.
+enum ExitCode : int {
+  success = 0,
+  failure = 1,     // the work itself failed
+  badInput = 2,    // bad arguments, or an input file that cannot be used
+};
+
+/// One sub-command of `vsk`: its name, one usage line, a one-line summary for `--help`, a
+/// longer help text of its own, and the function that runs it with the arguments after its
+/// name.
+struct Command {
+  std::string_view name;
+  std::string_view usage;
+  std::string_view summary;
+  std::string_view details;
+  std::function<int(std::span<const std::string> arguments, std::ostream& out, std::ostream& err)> run;
+};
+
+Command periodCommand();
+Command decodeCommand();
+
+/// Reads a whole file; throws std::runtime_error naming the file when it cannot.
+std::string readFile(const std::string& path);
+
+}  // namespace velquist::vsk
