@@ -2,7 +2,9 @@
 
 add_library(velquist_settings INTERFACE)
 target_compile_options(velquist_settings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+  -Wall -Wextra -Wpedantic -Wnon-virtual-dtor
+  # Constructor parameters named after the fields they set are the idiom here.
+  $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow> -Woverloaded-virtual
   -Wimplicit-fallthrough -Wmissing-declarations
   # Price arithmetic converts doubles step by step; never fuse or reorder them.
   -ffp-contract=off -fno-fast-math)

@@ -97,3 +97,61 @@ TEST(VskHelp, ListsEveryCommandAndRejectsUnknownOnes) {
 }
 
 }  // namespace
+
+namespace {
+
+std::string example(const char* name) { return std::string(VELQUIST_SOURCE_DIR) + "/examples/" + name; }
+
+TEST(VskDecode, PrintsTheDumpOfEachShippedExample) {
+  const RunResult period = runVsk({"decode", "period", example("period.json")});
+  EXPECT_EQ(period.exitCode, 0) << period.err;
+  EXPECT_EQ(period.out, "Product.SubscriptionPeriod(\n  unit: .week,\n  value: 1\n)\n");
+
+  const RunResult offer = runVsk({"decode", "offer", example("offer.json")});
+  EXPECT_EQ(offer.exitCode, 0) << offer.err;
+  EXPECT_EQ(offer.out, R"(Product.SubscriptionOffer(
+  id: Tagged(rawValue: "winback.3months"),
+  type: .promotional,
+  price: 4.99,
+  priceLocale: Locale(en_US),
+  displayPrice: "$4.99",
+  period: Product.SubscriptionPeriod(
+    unit: .month,
+    value: 3
+  ),
+  paymentMode: .payUpFront
+)
+)");
+
+  const RunResult info = runVsk({"decode", "subscription-info", example("subscription_info.json")});
+  EXPECT_EQ(info.exitCode, 0) << info.err;
+  EXPECT_NE(info.out.find("  promotionalOffers: [\n    [0]: Product.SubscriptionOffer(\n"), std::string::npos)
+      << info.out;
+}
+
+TEST(VskDecode, BadInputGivesOneLineNamingTheKeyPathAndExitCodeTwo) {
+  const struct {
+    std::vector<std::string> arguments;
+    const char* expectedInError;
+  } cases[] = {
+      {{"decode", "subscription-info", example("broken_subscription_info.json")},
+       "promotionalOffers[0].paymentMode: Cannot initialize PaymentMode from invalid String value freeTrial"},
+      {{"decode", "period", writeTemporary("unit.json", R"({"unit": 9, "value": 1})")}, "at unit:"},
+      {{"decode", "unit", writeTemporary("text.json", R"("month")")}, "typeMismatch"},
+      {{"decode", "offer", writeTemporary("garbage.json", "{\"type\": \n")}, "not valid JSON"},
+      {{"decode", "offer", writeTemporary("binary.json", std::string("\xff\xfe\x00\x01", 4))}, "not valid JSON"},
+      {{"decode", "period", "/nonexistent/period.json"}, "cannot read /nonexistent/period.json"},
+      {{"decode", "product", example("period.json")}, "unknown type 'product'"},
+      {{"decode", "period"}, "expected a type and a file"},
+  };
+  for (const auto& c : cases) {
+    const RunResult result = runVsk(c.arguments);
+    SCOPED_TRACE(c.arguments.back());
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err.find(c.expectedInError), std::string::npos) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+  }
+}
+
+}  // namespace

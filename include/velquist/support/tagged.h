@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "velquist/foundation/coding.h"
 #include "velquist/support/dump.h"
 
 namespace velquist::support {
@@ -46,6 +47,17 @@ DumpValue customDumpValue(const Tagged<Tag, RawValue>& tagged) {
 }
 
 }  // namespace velquist::support
+
+/// The serial form of a typed identifier is its raw value alone: `"pro.monthly"`.
+template <class Tag, class RawValue>
+struct velquist::foundation::Coding<velquist::support::Tagged<Tag, RawValue>> {
+  static void encode(Encoder& encoder, const velquist::support::Tagged<Tag, RawValue>& tagged) {
+    encoder.encode(tagged.rawValue);
+  }
+  static velquist::support::Tagged<Tag, RawValue> decode(const Decoder& decoder) {
+    return velquist::support::Tagged<Tag, RawValue>(decoder.decode<RawValue>());
+  }
+};
 
 template <class Tag, class RawValue>
 struct std::hash<velquist::support::Tagged<Tag, RawValue>> {

@@ -52,7 +52,7 @@ std::int64_t Period::numberOfDays() const {
   std::int64_t days = 0;
   if (__builtin_mul_overflow(value, daysPerUnit, &days)) {
     support::fatalError("arithmetic overflow: numberOfDays of " + std::to_string(value) + " " +
-                        std::string(description(unit)) + " units does not fit in a signed 64-bit integer");
+                        std::string(storekit::description(unit)) + " units does not fit in a signed 64-bit integer");
   }
   return days;
 }
@@ -60,7 +60,7 @@ std::int64_t Period::numberOfDays() const {
 std::string Period::analyticsValue() const {
   // One week alone is reported as seven days; two weeks stay weeks.
   const Period reported = (unit == Unit::week && value == 1) ? day(7) : *this;
-  return std::to_string(reported.value) + "_" + std::string(description(reported.unit));
+  return std::to_string(reported.value) + "_" + std::string(storekit::description(reported.unit));
 }
 
 std::optional<Period> Product::subscriptionPeriod() const {
