@@ -55,9 +55,11 @@ class Decimal {
   /// chain otherwise. An infinity is a programming error and stops the process.
   static Decimal fromDouble(double value);
 
-  /// Parses `[spaces][+|-]digits[.digits][e[+|-]digits]`, the prefix that matches. Digits
-  /// beyond what fits are truncated; no digits at all or an exponent out of range gives no
-  /// value. `"4.99"` is exactly 4.99.
+  /// Parses `[spaces][+|-]digits[.digits][e[+|-]digits]`, the prefix that matches: `"4.99"` is
+  /// exactly 4.99, `"1.5 kg"` is 1.5. Digits beyond what fits are truncated. Quirks kept from
+  /// the platform: text that starts with anything else (`"abc"`, `""`) or whose exponent is out
+  /// of range gives no value, but a lone space, sign, `.` or `e` reads as zero and `"-e"` as
+  /// NaN; a bare trailing `e` keeps the digits uncompacted (`"1.50e"` prints `1.50`).
   static std::optional<Decimal> fromString(std::string_view text);
 
   /// Not a number: the result of every failed operation.
@@ -86,9 +88,8 @@ class Decimal {
   ///     Decimal(15359, -5).rounded(2, RoundingMode::bankers)  ->  0.15
   Decimal rounded(int scale, RoundingMode mode) const;
 
-  /// The operators below follow the platform: `+` and `*` truncate results wider than 128
-  /// bits, `/` truncates, and any NaN operand, overflow or division by zero gives NaN.
-
+  // The operators follow the platform: `+` and `*` truncate results wider than 128 bits, `/`
+  // truncates, and any NaN operand, overflow or division by zero gives NaN.
   friend Decimal operator+(const Decimal& lhs, const Decimal& rhs);
   friend Decimal operator-(const Decimal& lhs, const Decimal& rhs);
   friend Decimal operator*(const Decimal& lhs, const Decimal& rhs);
