@@ -609,6 +609,8 @@ TEST(DumpStrings, MultiLineIndentation) {
        "    Blob\n"
        "    \"\"\"\n"
        ")"},
+      {"only field", DumpValue::structure("Memo", {{"text", dumpValue("a\nb")}}),
+       "Memo(\n  text: \"\"\"\n    a\n    b\n    \"\"\"\n)"},
       {"through an optional: no extra indentation", note,
        "Note(\n  body: \"\"\"\n  a\n  \n  b\n  \"\"\"\n)"},
       {"array index is a label", dumpValue(std::vector<std::string>{"a\nb"}),
