@@ -271,13 +271,6 @@ TEST(DumpStructs, RecordsFromTheExamples) {
 ))"},
       {"E20 nested enum at the root", dumpValue(Product::SubscriptionPeriod::Unit::month),
        "Product.SubscriptionPeriod.Unit.month"},
-      {"E22 verbatim decimal and locale in a record",
-       DumpValue::structure("Price", {{"amount", DumpValue::verbatim("1.23")},
-                                      {"locale", DumpValue::verbatim("Locale(en_US)")}}),
-       R"(Price(
-  amount: 1.23,
-  locale: Locale(en_US)
-))"},
   });
 }
 
@@ -403,7 +396,7 @@ TEST(DumpObjects, CyclesNullsAndStateAroundObjects) {
   Session session{"u_1", true};
   const auto error = [](const void* identity, std::vector<std::pair<DumpValue, DumpValue>> userInfo) {
     return DumpValue::object("NSError", identity, [userInfo] {
-      return std::vector<DumpField>{{"domain", dumpValue("co.pointfree")},
+      return std::vector<DumpField>{{"domain", dumpValue("com.example.store")},
                                     {"code", leaf(42)},
                                     {"userInfo", DumpValue::dictionary(userInfo)}};
     });
@@ -435,7 +428,7 @@ TEST(DumpObjects, CyclesNullsAndStateAroundObjects) {
                                                          dumpValue("An error occurred")}})}}),
        R"([
   "error": NSError(
-    domain: "co.pointfree",
+    domain: "com.example.store",
     code: 42,
     userInfo: [
       "NSLocalizedDescription": "An error occurred"
@@ -443,29 +436,15 @@ TEST(DumpObjects, CyclesNullsAndStateAroundObjects) {
   )
 ])"},
       {"E10 second error object", nested, R"(NSError(
-  domain: "co.pointfree",
+  domain: "com.example.store",
   code: 42,
   userInfo: [
     "NSUnderlyingError": #1 NSError(
-      domain: "co.pointfree",
+      domain: "com.example.store",
       code: 42,
       userInfo: [:]
     )
   ]
-))"},
-      {"E19 object with inherited fields first",
-       DumpValue::object("DumpTests.Doctor", &session,
-                         [] {
-                           return std::vector<DumpField>{{"name", dumpValue("John")},
-                                                         {"email", dumpValue("john@me.com")},
-                                                         {"age", leaf(97)},
-                                                         {"field", dumpValue("Podiatry")}};
-                         }),
-       R"(DumpTests.Doctor(
-  name: "John",
-  email: "john@me.com",
-  age: 97,
-  field: "Podiatry"
 ))"},
       {"E22 object without fields", DumpValue::object("NSNull", &session, {}), "NSNull()"},
       {"null pointer", dumpValue(std::shared_ptr<Session>()), "(null pointer)"},
@@ -496,20 +475,8 @@ TEST(DumpCollections, ArraysSetsDictionariesAndTheirOrder) {
 ])"},
       {"E17 set", dumpValue(std::unordered_set<int>{3, 1, 2}), "Set([\n  1,\n  2,\n  3\n])"},
       {"set sorted as text", dumpValue(std::set<int>{2, 10, 1}), "Set([\n  1,\n  10,\n  2\n])"},
-      {"set of records sorted by their text", dumpValue(std::vector<DumpValue>{DumpValue::set(
-                                                  {dumpValue(User{2, "b"}), dumpValue(User{1, "z"})})}),
-       R"([
-  [0]: Set([
-    User(
-      id: 1,
-      name: "z"
-    ),
-    User(
-      id: 2,
-      name: "b"
-    )
-  ])
-])"},
+      {"set of records sorted by their text", DumpValue::set({dumpValue(User{2, "b"}), dumpValue(User{1, "z"})}),
+       "Set([\n  User(\n    id: 1,\n    name: \"z\"\n  ),\n  User(\n    id: 2,\n    name: \"b\"\n  )\n])"},
       {"E17 empty array", dumpValue(std::vector<int>{}), "[]"},
       {"E17 empty set", dumpValue(std::set<int>{}), "Set([])"},
       {"E17 empty dictionary", dumpValue(std::map<int, int>{}), "[:]"},
@@ -609,6 +576,8 @@ TEST(DumpStrings, MultiLineIndentation) {
        "    Blob\n"
        "    \"\"\"\n"
        ")"},
+      {"only field", DumpValue::structure("Memo", {{"text", dumpValue("a\nb")}}),
+       "Memo(\n  text: \"\"\"\n    a\n    b\n    \"\"\"\n)"},
       {"through an optional: no extra indentation", note,
        "Note(\n  body: \"\"\"\n  a\n  \n  b\n  \"\"\"\n)"},
       {"array index is a label", dumpValue(std::vector<std::string>{"a\nb"}),
@@ -659,10 +628,10 @@ TEST(DumpNumbers, DoubleDescription) {
 
 TEST(DumpHooks, VerbatimAndSubstitutedValues) {
   const auto loginState = DumpValue::structure(
-      "LoginState", {{"email", dumpValue("blob@pointfree.co")}, {"password", DumpValue::verbatim("<redacted>")}});
+      "LoginState", {{"email", dumpValue("blob@example.com")}, {"password", DumpValue::verbatim("<redacted>")}});
   expectRenders({
       {"E16 verbatim field", loginState, R"(LoginState(
-  email: "blob@pointfree.co",
+  email: "blob@example.com",
   password: <redacted>
 ))"},
       {"E16 substituted value", dumpValue(Wrapper{42}), "42"},
