@@ -1,6 +1,8 @@
 #include "velquist/foundation/json.h"
 
 #include <algorithm>
+#include <map>
+#include <optional>
 #include <stdexcept>
 
 #include <nlohmann/json.hpp>
@@ -11,36 +13,27 @@ namespace {
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-// The JSON number grammar: -?(0|[1-9][0-9]*)(\.[0-9]+)?([eE][+-]?[0-9]+)?
-bool isJsonNumberText(std::string_view text) {
-  std::size_t i = 0;
-  auto digitsFrom = [&](std::size_t start) {
+// The length of the longest prefix of `text` that is a JSON number,
+// -?(0|[1-9][0-9]*)(\.[0-9]+)?([eE][+-]?[0-9]+)?, or 0 when there is none.
+std::size_t jsonNumberLength(std::string_view text) {
+  const auto digitsFrom = [&](std::size_t start) {
     std::size_t end = start;
     while (end < text.size() && isDigit(text[end])) ++end;
-    return end - start;
+    return end;
   };
-  if (i < text.size() && text[i] == '-') ++i;
-  if (i < text.size() && text[i] == '0') {
-    ++i;
-  } else {
-    const std::size_t count = digitsFrom(i);
-    if (count == 0) return false;
-    i += count;
-  }
-  if (i < text.size() && text[i] == '.') {
-    const std::size_t count = digitsFrom(i + 1);
-    if (count == 0) return false;
-    i += 1 + count;
-  }
+  std::size_t i = text.starts_with('-') ? 1 : 0;
+  if (i >= text.size() || !isDigit(text[i])) return 0;
+  i = text[i] == '0' ? i + 1 : digitsFrom(i);
+  if (i + 1 < text.size() && text[i] == '.' && isDigit(text[i + 1])) i = digitsFrom(i + 1);
   if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
-    ++i;
-    if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
-    const std::size_t count = digitsFrom(i);
-    if (count == 0) return false;
-    i += count;
+    std::size_t k = i + 1;
+    if (k < text.size() && (text[k] == '+' || text[k] == '-')) ++k;
+    if (k < text.size() && isDigit(text[k])) i = digitsFrom(k);
   }
-  return i == text.size();
+  return i;
 }
+
+bool isJsonNumberText(std::string_view text) { return !text.empty() && jsonNumberLength(text) == text.size(); }
 
 [[noreturn]] void wrongKind(JsonValue::Kind actual, std::string_view wanted) {
   throw std::logic_error("JsonValue holds " + std::string(kindName(actual)) + ", not " + std::string(wanted));
@@ -55,14 +48,17 @@ class TreeBuilder {
  public:
   using json = nlohmann::json;
 
-  explicit TreeBuilder(std::size_t maxDepth) : maxDepth_(maxDepth) {}
+  // `hiddenNumbers` maps the ordinal of a number in the document (0 for the first) to its
+  // text, for numbers the parser was shown as a stand-in.
+  TreeBuilder(std::size_t maxDepth, const std::map<std::size_t, std::string>& hiddenNumbers)
+      : maxDepth_(maxDepth), hiddenNumbers_(hiddenNumbers) {}
 
   bool null() { return add(JsonValue()); }
   bool boolean(bool value) { return add(JsonValue(value)); }
-  bool number_integer(json::number_integer_t value) { return add(JsonValue::number(value)); }
-  bool number_unsigned(json::number_unsigned_t value) { return add(JsonValue::number(value)); }
+  bool number_integer(json::number_integer_t value) { return addNumber(std::to_string(value)); }
+  bool number_unsigned(json::number_unsigned_t value) { return addNumber(std::to_string(value)); }
   // Every number that is not a plain 64-bit integer arrives here with its text.
-  bool number_float(json::number_float_t /*value*/, const std::string& text) { return add(JsonValue::number(text)); }
+  bool number_float(json::number_float_t /*value*/, const std::string& text) { return addNumber(text); }
   bool string(std::string& value) { return add(JsonValue(std::move(value))); }
   bool binary(json::binary_t& /*value*/) { return false; }  // never produced for JSON text
 
@@ -75,24 +71,39 @@ class TreeBuilder {
   bool start_array(std::size_t /*count*/) { return open(JsonValue(JsonValue::Array{})); }
   bool end_array() { return close(); }
 
-  bool parse_error(std::size_t position, const std::string& /*lastToken*/, const nlohmann::detail::exception& error) {
+  bool parse_error(std::size_t position, const std::string& lastToken, const nlohmann::detail::exception& error) {
     errorPosition_ = position;
+    errorId_ = error.id;
     errorReason_ = error.what();
-    // Keep only the reason: drop "[json.exception.parse_error.101] parse error at line 1, column 4: ".
-    if (const auto start = errorReason_.find("parse error"); start != std::string::npos) {
-      if (const auto colon = errorReason_.find(": ", start); colon != std::string::npos) {
-        errorReason_.erase(0, colon + 2);
-      }
+    // Keep only the reason: drop "[json.exception.parse_error.101] " and
+    // "parse error at line 1, column 4: ".
+    if (errorReason_.starts_with('[')) {
+      if (const auto end = errorReason_.find("] "); end != std::string::npos) errorReason_.erase(0, end + 2);
+    }
+    if (errorReason_.starts_with("parse error")) {
+      if (const auto colon = errorReason_.find(": "); colon != std::string::npos) errorReason_.erase(0, colon + 2);
+    }
+    // What the parser last read may show stand-ins for hidden numbers; leave it out.
+    if (!hiddenNumbers_.empty()) {
+      const std::string lastRead = "; last read: '" + lastToken + "'";
+      if (const auto at = errorReason_.find(lastRead); at != std::string::npos) errorReason_.erase(at, lastRead.size());
     }
     return false;
   }
 
   bool tooDeep() const { return tooDeep_; }
   std::size_t errorPosition() const { return errorPosition_; }
+  // nlohmann's error number: 406 is a number too large for a double.
+  int errorId() const { return errorId_; }
   const std::string& errorReason() const { return errorReason_; }
   JsonValue takeResult() { return std::move(result_); }
 
  private:
+  bool addNumber(const std::string& text) {
+    const auto hidden = hiddenNumbers_.find(numbersSeen_++);
+    return add(JsonValue::number(hidden == hiddenNumbers_.end() ? text : hidden->second));
+  }
+
   bool open(JsonValue container) {
     if (open_.size() >= maxDepth_) {
       tooDeep_ = true;
@@ -121,11 +132,14 @@ class TreeBuilder {
   }
 
   std::size_t maxDepth_;
+  const std::map<std::size_t, std::string>& hiddenNumbers_;
+  std::size_t numbersSeen_ = 0;
   std::vector<JsonValue> open_;
   std::vector<std::string> pendingKeys_;
   JsonValue result_;
   bool tooDeep_ = false;
   std::size_t errorPosition_ = 0;
+  int errorId_ = 0;
   std::string errorReason_;
 };
 
@@ -152,6 +166,79 @@ std::size_t positionOfLevel(std::string_view text, std::size_t depth) {
     }
   }
   return text.size();
+}
+
+// Whether a JSON number's magnitude is 1e308 or more, where a double may overflow.
+bool isHugeNumber(std::string_view text) {
+  std::size_t i = text.starts_with('-') ? 1 : 0;
+  // The power of ten of the first significant digit, before the exponent part.
+  std::int64_t magnitude = 0;
+  bool seenSignificant = false;
+  for (; i < text.size() && isDigit(text[i]); ++i) {
+    if (seenSignificant) {
+      ++magnitude;
+    } else if (text[i] != '0') {
+      seenSignificant = true;
+    }
+  }
+  if (i < text.size() && text[i] == '.') {
+    for (++i; i < text.size() && isDigit(text[i]); ++i) {
+      if (seenSignificant) continue;
+      --magnitude;
+      if (text[i] != '0') seenSignificant = true;
+    }
+  }
+  if (!seenSignificant) return false;
+  if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
+    ++i;
+    const bool negative = i < text.size() && text[i] == '-';
+    if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
+    std::int64_t exponent = 0;
+    for (; i < text.size() && isDigit(text[i]); ++i) {
+      if (exponent < 1'000'000'000) exponent = exponent * 10 + (text[i] - '0');
+    }
+    magnitude += negative ? -exponent : exponent;
+  }
+  return magnitude >= 308;
+}
+
+// The text with every number of magnitude 1e308 or more replaced by "0" and spaces (the
+// same length, so positions in error reports stay right), and those numbers' texts by
+// their ordinal among all numbers of the document. Strings are skipped by their quotes
+// and escapes, which is exact for text that is valid JSON up to where the parser stops.
+struct HiddenNumbers {
+  std::string shown;
+  std::map<std::size_t, std::string> texts;
+};
+
+HiddenNumbers hideHugeNumbers(std::string_view text) {
+  HiddenNumbers hidden{std::string(text), {}};
+  std::size_t ordinal = 0;
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (inString) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        inString = false;
+      }
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '-' || isDigit(c)) {
+      // The parser reads the longest number here, as this does.
+      const std::size_t length = jsonNumberLength(text.substr(i));
+      if (length == 0) continue;
+      const std::string_view token = text.substr(i, length);
+      if (isHugeNumber(token)) {
+        hidden.texts.emplace(ordinal, std::string(token));
+        hidden.shown.replace(i, length, "0" + std::string(length - 1, ' '));
+      }
+      ++ordinal;
+      i += length - 1;
+    }
+  }
+  return hidden;
 }
 
 DecodingError invalidJson(const std::string& reason) {
@@ -369,16 +456,31 @@ JsonValue parseJson(std::string_view text, const JsonReadOptions& options) {
   if (const auto nul = text.find('\0'); nul != std::string_view::npos) {
     throw invalidJson("unexpected NUL byte (at byte " + std::to_string(nul + 1) + ").");
   }
-  TreeBuilder builder(options.maxDepth);
-  const bool accepted = nlohmann::json::sax_parse(text.begin(), text.end(), &builder);
-  if (builder.tooDeep()) {
+  const std::map<std::size_t, std::string> noHiddenNumbers;
+  TreeBuilder firstBuilder(options.maxDepth, noHiddenNumbers);
+  TreeBuilder* builder = &firstBuilder;
+  bool accepted = nlohmann::json::sax_parse(text.begin(), text.end(), builder);
+
+  // The parser also reads every number as a double and stops at one beyond its range,
+  // though it is valid JSON; read again with such numbers hidden from it.
+  HiddenNumbers hidden;
+  std::optional<TreeBuilder> secondBuilder;
+  if (!accepted && firstBuilder.errorId() == 406) {
+    hidden = hideHugeNumbers(text);
+    if (!hidden.texts.empty()) {
+      builder = &secondBuilder.emplace(options.maxDepth, hidden.texts);
+      accepted = nlohmann::json::sax_parse(hidden.shown.begin(), hidden.shown.end(), builder);
+    }
+  }
+
+  if (builder->tooDeep()) {
     throw invalidJson("arrays and objects nest deeper than " + std::to_string(options.maxDepth) +
                       " levels (at byte " + std::to_string(positionOfLevel(text, options.maxDepth + 1)) + ").");
   }
   if (!accepted) {
-    throw invalidJson(builder.errorReason() + " (at byte " + std::to_string(builder.errorPosition()) + ").");
+    throw invalidJson(builder->errorReason() + " (at byte " + std::to_string(builder->errorPosition()) + ").");
   }
-  JsonValue result = builder.takeResult();
+  JsonValue result = builder->takeResult();
   if (!options.allowFragments && result.kind() != JsonValue::Kind::object) {
     throw invalidJson("the top-level value must be an object, not " + std::string(kindName(result.kind())) + ".");
   }

@@ -27,6 +27,11 @@ TEST(JsonRoundTrip, CompactPrintOfParsedTextKeepsNumbersAndOrder) {
       {"18446744073709551615", "18446744073709551615"},
       {"-9223372036854775808", "-9223372036854775808"},
       {"[1.0, 1E5, 2.50e-3, -0.0, 0]", "[1.0,1E5,2.50e-3,-0.0,0]"},
+      // Beyond the range of a double, mixed with ordinary numbers and number-like strings.
+      {"1e500", "1e500"},
+      {"[1e309, \"2e999\", 7, -1.5E+400, 1e-500, 0.001e311, 1.7e308, {\"k\": 9e9999}]",
+       "[1e309,\"2e999\",7,-1.5E+400,1e-500,0.001e311,1.7e308,{\"k\":9e9999}]"},
+      {"1" + std::string(400, '0'), "1" + std::string(400, '0')},
       {"\"a\\\"b\\\\c\\/d\"", "\"a\\\"b\\\\c/d\""},
       {"\"\\b\\f\\n\\r\\t\\u0001\\u001f\"", "\"\\b\\f\\n\\r\\t\\u0001\\u001f\""},
       {"\"\\u00e9\\u20ac\\ud83d\\ude00\"", "\"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\""},
@@ -152,6 +157,11 @@ TEST(JsonParse, MalformedTextIsDataCorruptedWithPositionAndReason) {
       {std::string("1\0trailing", 10), "unexpected NUL byte", 2},
       {std::string("\"a\0\"", 4), "unexpected NUL byte", 3},
       {"[1] // comment", "expected end of input", 5},
+      {"[1e500, tru]", "invalid literal", 12},
+      {"[1e500 2]", "expected ']'", 8},
+      {"1e500e5", "invalid literal; expected end of input", 6},
+      {"1e500.", "invalid literal; expected end of input", 6},
+      {"[1.]", "expected digit after '.'", 4},
   };
   for (const auto& [input, reason, byte] : cases) {
     SCOPED_TRACE(testing::PrintToString(input));
