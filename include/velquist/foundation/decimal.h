@@ -43,26 +43,34 @@ class Decimal {
   Decimal(std::int64_t value);  // NOLINT(google-explicit-constructor): integers read as decimals
   Decimal(int value) : Decimal(static_cast<std::int64_t>(value)) {}  // NOLINT
 
-  /// mantissa x 10^exponent, compacted; the exponent must lie in -128...127.
+  /// mantissa x 10^exponent, compacted; the exponent must lie in -128...127 (NaN otherwise).
   Decimal(std::int64_t mantissa, int exponent);
 
   /// The value from its raw parts as stored, not compacted (for tests and the serial form of
-  /// odd values). `exponent` must lie in -128...127.
+  /// odd values): `fromParts(false, 150, -2)` prints `1.50`. `exponent` must lie in
+  /// -128...127 (NaN otherwise); a zero mantissa is never negative.
   static Decimal fromParts(bool isNegative, UInt128 mantissa, int exponent);
 
   /// The platform's conversion of a double: NaN for NaN, zero for +-0, the multiply-by-ten
   /// chain otherwise. An infinity is a programming error and stops the process.
   static Decimal fromDouble(double value);
 
-  /// Parses `[spaces][+|-]digits[.digits][e[+|-]digits]`, the prefix that matches. Digits
-  /// beyond what fits are truncated; no digits at all or an exponent out of range gives no
-  /// value. `"4.99"` is exactly 4.99.
+  /// Parses `[spaces][+|-]digits[.digits][e[+|-]digits]`, the prefix that matches: `"4.99"` is
+  /// exactly 4.99, `"1.5 kg"` is 1.5. Digits beyond what fits are truncated. Quirks kept from
+  /// the platform: text that starts with anything else (`"abc"`, `""`) or whose exponent is out
+  /// of range gives no value, but a lone space, sign, `.` or `e` reads as zero and `"-e"` as
+  /// NaN; a bare trailing `e` keeps the digits uncompacted (`"1.50e"` prints `1.50`).
   static std::optional<Decimal> fromString(std::string_view text);
 
+  /// Not a number: the result of every failed operation.
   static Decimal nan();
+
+  static constexpr int minExponent = -128;
+  static constexpr int maxExponent = 127;
 
   bool isNaN() const { return isNaN_; }
   bool isZero() const { return !isNaN_ && mantissa_ == 0; }
+  /// False for zero and NaN.
   bool isNegative() const { return isNegative_; }
   UInt128 mantissa() const { return mantissa_; }
   int exponent() const { return exponent_; }
@@ -73,10 +81,15 @@ class Decimal {
   /// The nearest double as the platform computes it (word by word, then by tens).
   double doubleValue() const;
 
-  /// Rounds to `scale` digits after the point; a value that needs no rounding is returned
-  /// unchanged.
+  /// Rounds to `scale` digits after the point (a negative scale rounds to tens, hundreds, ...);
+  /// a value that needs no rounding is returned unchanged, NaN stays NaN. A result too large
+  /// to store (only possible for scales below -127) is NaN.
+  ///
+  ///     Decimal(15359, -5).rounded(2, RoundingMode::bankers)  ->  0.15
   Decimal rounded(int scale, RoundingMode mode) const;
 
+  // The operators follow the platform: `+` and `*` truncate results wider than 128 bits, `/`
+  // truncates, and any NaN operand, overflow or division by zero gives NaN.
   friend Decimal operator+(const Decimal& lhs, const Decimal& rhs);
   friend Decimal operator-(const Decimal& lhs, const Decimal& rhs);
   friend Decimal operator*(const Decimal& lhs, const Decimal& rhs);
@@ -88,7 +101,9 @@ class Decimal {
   Decimal& operator/=(const Decimal& rhs) { return *this = *this / rhs; }
 
   friend bool operator==(const Decimal& lhs, const Decimal& rhs);
-  friend std::strong_ordering operator<=>(const Decimal& lhs, const Decimal& rhs);
+  /// Numeric order with NaN below everything. Weak, not strong: 1.5 and 1.50 are equivalent
+  /// but print differently.
+  friend std::weak_ordering operator<=>(const Decimal& lhs, const Decimal& rhs);
 
   /// A hash that agrees with numeric equality.
   std::size_t hashValue() const;
