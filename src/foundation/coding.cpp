@@ -246,7 +246,7 @@ Decimal Coding<Decimal>::decode(const Decoder& decoder) {
     if (c == 'E') c = 'e';
   }
   const std::optional<Decimal> value = Decimal::fromString(text);
-  if (!value) throw numberDoesNotFit(decoder, "Decimal");
+  if (!value || value->isNaN()) throw numberDoesNotFit(decoder, "Decimal");
   return *value;
 }
 
