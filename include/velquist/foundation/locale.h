@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -14,7 +13,14 @@ namespace velquist::foundation {
 /// Equality and hashing are by identifier, as given (`en_US` and `en-US` are different
 /// locales, as on the platform). The serial form is the identifier text.
 ///
-/// A value type; `current()` and `setCurrent()` are safe to call from any thread.
+/// Any text is a valid identifier: one ICU cannot read, or whose language part is not two
+/// or three letters ("garbage", "!!"), names no language, region or currency.
+///
+///     Locale("en_PT@currency=EUR"): languageCode "en", regionCode "PT", currencyCode "EUR"
+///     Locale("ar"):                 languageCode "ar", no region, no currency
+///
+/// A value type; distinct objects may be used from different threads freely. `current()`
+/// and `setCurrent()` are safe to call from any thread at any time.
 class Locale {
  public:
   /// The root locale, identifier "".
@@ -29,15 +35,19 @@ class Locale {
   /// `US` for `en_US`; absent when the identifier names no region.
   std::optional<std::string> regionCode() const;
   /// `USD` for `en_US`, `EUR` for `en_PT@currency=EUR`; absent when neither a keyword nor a
-  /// region gives one.
+  /// region gives one. A keyword that is not three letters is ignored.
   std::optional<std::string> currencyCode() const;
 
   /// The current locale, fixed at the moment of the call: the one set by `setCurrent`, else
-  /// the process environment's (`LC_ALL`, `LC_MESSAGES`, `LANG`, as ICU reads them).
+  /// the process environment's, read afresh on every call: the first of `LC_ALL`,
+  /// `LC_MESSAGES` and `LANG` that is set, without codeset or modifier
+  /// (`LANG=de_DE.UTF-8` gives `de_DE`); "C", "POSIX" or none give `en_US_POSIX`.
   static Locale current();
   /// A locale that follows `current()` whenever it is asked anything.
   static Locale autoupdatingCurrent();
-  /// Replaces the current locale for the whole process (the host's settings, or a test's).
+  /// Replaces the current locale for the whole process (the host's settings, or a test's);
+  /// nullopt returns to the environment's. An auto-updating locale is fixed to what it names
+  /// at the moment of the call.
   static void setCurrent(std::optional<Locale> locale);
 
   friend bool operator==(const Locale& lhs, const Locale& rhs) { return lhs.identifier() == rhs.identifier(); }
@@ -45,6 +55,8 @@ class Locale {
  private:
   struct AutoUpdating {};
   explicit Locale(AutoUpdating) : isAutoUpdating_(true) {}
+  // This locale, or for the auto-updating one the current locale.
+  Locale resolved() const;
 
   std::string identifier_;
   bool isAutoUpdating_ = false;
