@@ -89,7 +89,8 @@ TEST(Coding, DecodesEachTypeOrReportsKindPathAndDescription) {
       {decoded<Decimal>, "1E2", "100"},
       {decoded<Decimal>, "260.3712140000000510976", "260.3712140000000510976"},
       {decoded<Decimal>, "1e500", top + "<1e500> does not fit in Decimal."},
-      {decoded<Decimal>, R"("4.99")", "typeMismatch at the top level: Expected to decode Decimal but found a string instead."},
+      {decoded<Decimal>, R"("4.99")",
+       "typeMismatch at the top level: Expected to decode Decimal but found a string instead."},
       {decoded<Locale>, R"("en_PT@currency=EUR")", R"("en_PT@currency=EUR")"},
       {decoded<Locale>, "7", "typeMismatch at the top level: Expected to decode Locale but found a number instead."},
       {decoded<JsonValue>, R"({"k":[1.50]})", R"({"k":[1.50]})"},
@@ -102,7 +103,8 @@ TEST(Coding, DecodesEachTypeOrReportsKindPathAndDescription) {
        "valueNotFound at the top level: Cannot get unkeyed decoding container -- found null value instead."},
       // Records: keys are written in call order; unknown keys are ignored, the last duplicate
       // counts, and a missing or null optional is absent (and then not written).
-      {decoded<Node>, R"({"children":[{"name":"b"},{"price":null,"name":"c"}],"x":[{}],"price":2.50,"name":"o","name":"a"})",
+      {decoded<Node>,
+       R"({"children":[{"name":"b"},{"price":null,"name":"c"}],"x":[{}],"price":2.50,"name":"o","name":"a"})",
        R"({"name":"a","price":2.5,"children":[{"name":"b"},{"name":"c"}]})"},
       {decoded<Node>, R"({"name":"a","children":[{"name":"b"},{"price":1}]})",
        R"(keyNotFound at children[1]: No value associated with key "name" ("name").)"},
@@ -111,7 +113,8 @@ TEST(Coding, DecodesEachTypeOrReportsKindPathAndDescription) {
       {decoded<Node>, R"({"name":"a","children":[null]})",
        "valueNotFound at children[0]: Cannot get keyed decoding container -- found null value instead."},
       {decoded<Node>, R"({"name":"a","children":[{"name":"b","children":[[]]}]})",
-       "typeMismatch at children[0].children[0]: Expected to decode Dictionary<String, Any> but found an array instead."},
+       "typeMismatch at children[0].children[0]: Expected to decode Dictionary<String, Any> "
+       "but found an array instead."},
       {decoded<Node>, R"({"name":"a","children":true})",
        "typeMismatch at children: Expected to decode Array<Any> but found a bool instead."},
       {decoded<Node>, R"({"name":"a","children":[{"name":"b","price":1e500}]})",
