@@ -240,11 +240,8 @@ void Coding<Decimal>::encode(Encoder& encoder, const Decimal& value) {
 }
 
 Decimal Coding<Decimal>::decode(const Decoder& decoder) {
-  std::string text = decoder.requireKind(JsonValue::Kind::number, "Decimal").numberText();
-  // JSON allows `E` for the exponent; the decimal reader takes `e`.
-  for (char& c : text) {
-    if (c == 'E') c = 'e';
-  }
+  // The decimal reader takes both `e` and `E`, as JSON does.
+  const std::string& text = decoder.requireKind(JsonValue::Kind::number, "Decimal").numberText();
   const std::optional<Decimal> value = Decimal::fromString(text);
   if (!value || value->isNaN()) throw numberDoesNotFit(decoder, "Decimal");
   return *value;

@@ -100,7 +100,7 @@ struct JsonReadOptions {
 /// with a description giving the byte position and the reason:
 ///
 ///     parseJson("[1, tru]")  ->  "The given data was not valid JSON: syntax error while
-///                                 parsing value - invalid literal; last read: ' tru]'
+///                                 parsing value - invalid literal; last read: '1, tru]'
 ///                                 (at byte 8)."
 ///
 /// Any bytes at all are safe to pass in. The integer `-0` reads as the number `0`.
