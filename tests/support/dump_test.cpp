@@ -18,9 +18,6 @@
 namespace velquist::support {
 namespace {
 
-// ---------------------------------------------------------------------------------------
-// Small types standing in for the records of the examples, each with its hook.
-
 struct User {
   int id = 0;
   std::string name;
@@ -29,138 +26,17 @@ DumpValue customDumpValue(const User& user) {
   return DumpValue::structure("User", {{"id", dumpValue(user.id)}, {"name", dumpValue(user.name)}});
 }
 
-struct Pair {
-  User driver;
-  User passenger;
-};
-DumpValue customDumpValue(const Pair& pair) {
-  return DumpValue::structure("Pair", {{"driver", dumpValue(pair.driver)}, {"passenger", dumpValue(pair.passenger)}});
+DumpValue leaf(int number) { return DumpValue::leaf(std::to_string(number)); }
+DumpValue str(const char* text) { return DumpValue::string(text); }
+DumpValue record(std::string type, std::vector<DumpField> fields) {
+  return DumpValue::structure(std::move(type), std::move(fields));
 }
-
-struct ID {
-  std::string rawValue;
-};
-DumpValue customDumpValue(const ID& id) { return DumpValue::structure("ID", {{"rawValue", dumpValue(id.rawValue)}}); }
-
-// A platform date: a value with its own dump text.
-struct Stamp {
-  std::string iso;
-};
-DumpValue customDumpValue(const Stamp& stamp) { return DumpValue::verbatim("Date(" + stamp.iso + ")"); }
-
-struct Inner {
-  int x = 0;
-};
-DumpValue customDumpValue(const Inner& inner) { return DumpValue::structure("Inner", {{"x", dumpValue(inner.x)}}); }
-
-struct Outer {
-  Inner inner;
-};
-DumpValue customDumpValue(const Outer& outer) {
-  return DumpValue::structure("Outer", {{"inner", dumpValue(outer.inner)}});
+DumpValue nested(std::string caseName, std::vector<DumpField> payload = {}) {
+  return DumpValue::enumeration("Enum", std::move(caseName), std::move(payload));
 }
-
-struct Wrap {
-  std::unordered_map<std::string, int> content;
-};
-DumpValue customDumpValue(const Wrap& wrap) {
-  return DumpValue::structure("Wrap", {{"content", dumpValue(wrap.content)}});
-}
-
-// An object; counts how often its fields are asked for.
-struct Session {
-  std::string userID;
-  bool isActive = false;
-  mutable int fieldRequests = 0;
-};
-DumpValue customDumpValue(const Session& session) {
-  return DumpValue::object("Session", &session, [&session] {
-    ++session.fieldRequests;
-    return std::vector<DumpField>{{"userID", dumpValue(session.userID)}, {"isActive", dumpValue(session.isActive)}};
-  });
-}
-
-struct RecursiveFoo {
-  std::shared_ptr<RecursiveFoo> foo;
-};
-DumpValue customDumpValue(const RecursiveFoo& value) {
-  return DumpValue::object("RecursiveFoo", &value, [&value] {
-    return std::vector<DumpField>{
-        {"foo", value.foo ? DumpValue::wrappedInOptional(dumpValue(*value.foo)) : DumpValue::nil()}};
-  });
-}
-
-struct Email {
-  std::string subject;
-  std::string body;
-};
-DumpValue customDumpValue(const Email& email) {
-  return DumpValue::structure("Email", {{"subject", dumpValue(email.subject)}, {"body", dumpValue(email.body)}});
-}
-
-// enum Enum { foo, bar(Int), baz(fizz: Double, buzz: String), fizz(Double, buzz: String), fu(bar: Int) }
-struct Enum {
-  enum class Case { foo, bar, baz, fizz, fu };
-  Case which = Case::foo;
-  int number = 0;
-  double real = 0;
-  std::string text = "";
-};
-DumpValue customDumpValue(const Enum& value) {
-  switch (value.which) {
-    case Enum::Case::foo:
-      return DumpValue::enumeration("Enum", "foo");
-    case Enum::Case::bar:
-      return DumpValue::enumeration("Enum", "bar", {{"", dumpValue(value.number)}});
-    case Enum::Case::baz:
-      return DumpValue::enumeration("Enum", "baz", {{"fizz", dumpValue(value.real)}, {"buzz", dumpValue(value.text)}});
-    case Enum::Case::fizz:
-      return DumpValue::enumeration("Enum", "fizz", {{"", dumpValue(value.real)}, {"buzz", dumpValue(value.text)}});
-    case Enum::Case::fu:
-      return DumpValue::enumeration("Enum", "fu", {{"bar", dumpValue(value.number)}});
-  }
-  return DumpValue::nil();
-}
-
-struct Product {
-  struct SubscriptionPeriod {
-    enum class Unit { day, month };
-    int value = 0;
-    Unit unit = Unit::day;
-  };
-  std::string id;
-  SubscriptionPeriod period;
-};
-DumpValue customDumpValue(Product::SubscriptionPeriod::Unit unit) {
-  return DumpValue::enumeration("Product.SubscriptionPeriod.Unit",
-                                unit == Product::SubscriptionPeriod::Unit::day ? "day" : "month");
-}
-DumpValue customDumpValue(const Product::SubscriptionPeriod& period) {
-  return DumpValue::structure("Product.SubscriptionPeriod",
-                              {{"value", dumpValue(period.value)}, {"unit", dumpValue(period.unit)}});
-}
-DumpValue customDumpValue(const Product& product) {
-  const DumpValue tagged = DumpValue::structure("Tagged", {{"rawValue", dumpValue(product.id)}});
-  return DumpValue::structure("Product", {{"id", tagged}, {"period", dumpValue(product.period)}});
-}
-
-// A wrapper written as the value it wraps.
-struct Wrapper {
-  int rawValue = 0;
-};
-DumpValue customDumpValue(const Wrapper& wrapper) { return dumpValue(wrapper.rawValue); }
-
-Enum foo() { return {}; }
-Enum bar(int number) { return {.which = Enum::Case::bar, .number = number}; }
-Enum baz(double real, std::string text) { return {.which = Enum::Case::baz, .real = real, .text = std::move(text)}; }
-Enum fizz(double real, std::string text) {
-  return {.which = Enum::Case::fizz, .real = real, .text = std::move(text)};
-}
-Enum fu(int number) { return {.which = Enum::Case::fu, .number = number}; }
-
-const User blob{1, "Blob"};
-const User blobJr{2, "Blob, Jr."};
-const User blobSr{3, "Blob, Sr."};
+template <class T>
+DumpValue optional(T value) { return dumpValue(std::optional<T>(std::move(value))); }
+DumpValue node(const void* identity, const char* type = "Node") { return DumpValue::object(type, identity, {}); }
 
 struct Example {
   std::string name;
@@ -176,470 +52,190 @@ void expectRenders(const std::vector<Example>& examples) {
   }
 }
 
-DumpValue leaf(int number) { return DumpValue::leaf(std::to_string(number)); }
-
-// ---------------------------------------------------------------------------------------
-
 TEST(DumpStructs, ContainerLayoutAndInlineRule) {
+  const auto pair = record("Pair", {{"driver", dumpValue(User{1, "Blob"})}, {"passenger", dumpValue(User{2, "Jr."})}});
   expectRenders({
-      {"E1 struct", dumpValue(User{42, "Blob"}), R"(User(
-  id: 42,
-  name: "Blob"
-))"},
-      {"E2 nested structs", dumpValue(Pair{blob, blobJr}), R"(Pair(
-  driver: User(
-    id: 1,
-    name: "Blob"
-  ),
-  passenger: User(
-    id: 2,
-    name: "Blob, Jr."
-  )
-))"},
-      {"E3 one scalar field is inline", dumpValue(ID{"deadbeef"}), R"(ID(rawValue: "deadbeef"))"},
-      {"E3 optional verbatim stays inline",
-       DumpValue::structure("NestedDate", {{"date", dumpValue(std::optional<Stamp>(Stamp{"1970-01-01T00:00:00.000Z"}))}}),
-       "NestedDate(date: Date(1970-01-01T00:00:00.000Z))"},
-      {"E3 empty struct", DumpValue::structure("DumpTests.Inline", {}), "DumpTests.Inline()"},
-      {"E4 one dictionary field is a block", dumpValue(Wrap{{{"b", 9}, {"a", 5}}}), R"(Wrap(
-  content: [
-    "a": 5,
-    "b": 9
-  ]
-))"},
-      {"E4 one struct field is a block", dumpValue(Outer{{1}}), R"(Outer(
-  inner: Inner(x: 1)
-))"},
-      {"one empty array field is inline", DumpValue::structure("Box", {{"items", dumpValue(std::vector<int>{})}}),
-       "Box(items: [])"},
-      {"one non-empty array field is a block", DumpValue::structure("Box", {{"items", dumpValue(std::vector<int>{7})}}),
-       R"(Box(
-  items: [
-    [0]: 7
-  ]
-))"},
-      {"E21 present optional scalar is a block", DumpValue::structure("S", {{"n", dumpValue(std::optional<int>(5))}}),
-       R"(S(
-  n: 5
-))"},
-      {"E21 absent optional is inline", DumpValue::structure("S", {{"n", dumpValue(std::optional<int>())}}),
-       "S(n: nil)"},
-      {"E13 optional at the root", dumpValue(std::optional<User>(User{42, "Blob"})), R"(User(
-  id: 42,
-  name: "Blob"
-))"},
-      {"E13 nil at the root", dumpValue(std::optional<User>()), "nil"},
-      {"E18 positional tuple", dumpValue(std::tuple<int, int>(1, 2)), R"((
-  1,
-  2
-))"},
-      {"E18 labelled tuple", DumpValue::tuple({{"x", leaf(1)}, {"y", leaf(2)}, {"", DumpValue::tuple({})}}), R"((
-  x: 1,
-  y: 2,
-  ()
-))"},
-      {"one-element tuple is inline", DumpValue::tuple({{"x", leaf(1)}}), "(x: 1)"},
-      {"generated storage fields are dropped",
-       DumpValue::structure("Model", {{"_$observationRegistrar", leaf(0)}, {"count", leaf(3)}}), "Model(count: 3)"},
-      {"multi-line verbatim field is a block", DumpValue::structure("Note", {{"text", DumpValue::verbatim("a\nb")}}),
-       "Note(\n  text: a\n  b\n)"},
-  });
-}
-
-TEST(DumpStructs, RecordsFromTheExamples) {
-  const auto transaction = DumpValue::structure(
-      "Transaction", {{"id", dumpValue("2000000123")},
-                      {"productID", dumpValue("pro.monthly")},
-                      {"purchaseDate", dumpValue(Stamp{"1970-01-01T00:00:00.000Z"})},
-                      {"quantity", leaf(1)}});
-  const auto product = dumpValue(Product{"pro.monthly", {1, Product::SubscriptionPeriod::Unit::month}});
-  expectRenders({
-      {"E5 record in a dictionary", DumpValue::dictionary({{dumpValue("transaction"), transaction}}), R"([
-  "transaction": Transaction(
-    id: "2000000123",
-    productID: "pro.monthly",
-    purchaseDate: Date(1970-01-01T00:00:00.000Z),
-    quantity: 1
-  )
-])"},
-      {"E20 tagged identifier and nested type name", product, R"(Product(
-  id: Tagged(rawValue: "pro.monthly"),
-  period: Product.SubscriptionPeriod(
-    value: 1,
-    unit: .month
-  )
-))"},
-      {"E20 nested enum at the root", dumpValue(Product::SubscriptionPeriod::Unit::month),
-       "Product.SubscriptionPeriod.Unit.month"},
+      {"nested structs", pair, "Pair(\n  driver: User(\n    id: 1,\n    name: \"Blob\"\n  ),\n"
+                               "  passenger: User(\n    id: 2,\n    name: \"Jr.\"\n  )\n)"},
+      {"one scalar field", record("ID", {{"rawValue", str("deadbeef")}}), R"(ID(rawValue: "deadbeef"))"},
+      {"optional verbatim", record("D", {{"date", optional(DumpValue::verbatim("Date(0)"))}}), "D(date: Date(0))"},
+      {"empty struct", record("DumpTests.Inline", {}), "DumpTests.Inline()"},
+      {"one struct field", record("Outer", {{"inner", record("Inner", {{"x", leaf(1)}})}}),
+       "Outer(\n  inner: Inner(x: 1)\n)"},
+      {"dict field", record("W", {{"content", dumpValue(std::unordered_map<std::string, int>{{"b", 9}, {"a", 5}})}}),
+       "W(\n  content: [\n    \"a\": 5,\n    \"b\": 9\n  ]\n)"},
+      {"empty array field", record("B", {{"items", dumpValue(std::vector<int>{})}}), "B(items: [])"},
+      {"array field", record("B", {{"items", dumpValue(std::vector<int>{7})}}), "B(\n  items: [\n    [0]: 7\n  ]\n)"},
+      {"one present optional", record("S", {{"n", optional(5)}}), "S(\n  n: 5\n)"},
+      {"one absent optional", record("S", {{"n", dumpValue(std::optional<int>())}}), "S(n: nil)"},
+      {"one multi-line verbatim", record("N", {{"text", DumpValue::verbatim("a\nb")}}), "N(\n  text: a\n  b\n)"},
+      {"optional at the root", optional(User{42, "Blob"}), "User(\n  id: 42,\n  name: \"Blob\"\n)"},
+      {"nil at the root", dumpValue(std::optional<User>()), "nil"},
+      {"storage fields dropped", record("M", {{"_$registrar", leaf(0)}, {"count", leaf(3)}}), "M(count: 3)"},
+      {"labelled tuple", DumpValue::tuple({{"x", leaf(1)}, {"y", leaf(2)}, {"", DumpValue::tuple({})}}),
+       "(\n  x: 1,\n  y: 2,\n  ()\n)"},
+      {"one-element tuple", DumpValue::tuple({{"x", leaf(1)}}), "(x: 1)"},
+      {"pair", dumpValue(std::pair<int, bool>(1, true)), "(\n  1,\n  true\n)"},
+      {"built-in shapes", dumpValue(std::make_tuple('x', std::string_view("y"), std::make_shared<int>(3),
+                                                    std::shared_ptr<int>(), static_cast<const char*>(nullptr))),
+       "(\n  \"x\",\n  \"y\",\n  3,\n  (null pointer),\n  (null pointer)\n)"},
   });
 }
 
 TEST(DumpEnums, RootNestedAndPayloads) {
-  const auto nestedFizz = DumpValue::enumeration("Nested", "nest", {{"", dumpValue(fizz(0.9, "2"))}});
-  const auto result = DumpValue::enumeration(
-      "Result", "success", {{"", DumpValue::enumeration("Result", "success", {{"", leaf(42)}})}});
+  const auto baz = nested("baz", {{"fizz", dumpValue(0.9)}, {"buzz", str("2")}});
+  const auto fizz = nested("fizz", {{"", dumpValue(0.9)}, {"buzz", str("2")}});
+  const auto success = [](DumpValue payload) { return DumpValue::enumeration("Result", "success", {{"", payload}}); };
   expectRenders({
-      {"E12 case", dumpValue(foo()), "Enum.foo"},
-      {"E12 one positional payload", dumpValue(bar(42)), "Enum.bar(42)"},
-      {"E12 one labelled payload", dumpValue(fu(42)), "Enum.fu(bar: 42)"},
-      {"E12 labelled payloads", dumpValue(baz(0.9, "2")), R"(Enum.baz(
-  fizz: 0.9,
-  buzz: "2"
-))"},
-      {"E12 mixed payloads", dumpValue(fizz(0.9, "2")), R"(Enum.fizz(
-  0.9,
-  buzz: "2"
-))"},
-      {"E12 nested enum payload", nestedFizz, R"(Nested.nest(
-  .fizz(
-    0.9,
-    buzz: "2"
-  )
-))"},
-      {"E12 generic result", result, R"(Result.success(
-  .success(42)
-))"},
-      {"E12 namespaced", DumpValue::enumeration("Namespaced.Enum", "x", {{"", leaf(0)}}), "Namespaced.Enum.x(0)"},
-      {"optional enum at the root", dumpValue(std::optional<Enum>(foo())), ".foo"},
-      {"enum in a field", DumpValue::structure("Holder", {{"value", dumpValue(foo())}}), "Holder(value: .foo)"},
-      {"enum in an array", dumpValue(std::vector<Enum>{bar(1)}), "[\n  [0]: .bar(1)\n]"},
-      {"enum as key and value", DumpValue::dictionary({{dumpValue(foo()), dumpValue(fu(1))}}),
-       "[\n  .foo: .fu(bar: 1)\n]"},
-      {"E16 struct written as an enum",
-       DumpValue::enumeration("Button", "cancel", {{"action", DumpValue::nil()}, {"label", dumpValue("Cancel")}}),
-       R"(Button.cancel(
-  action: nil,
-  label: "Cancel"
-))"},
+      {"case", nested("foo"), "Enum.foo"},
+      {"one positional payload", nested("bar", {{"", leaf(42)}}), "Enum.bar(42)"},
+      {"one labelled payload", nested("fu", {{"bar", leaf(42)}}), "Enum.fu(bar: 42)"},
+      {"labelled payloads", baz, "Enum.baz(\n  fizz: 0.9,\n  buzz: \"2\"\n)"},
+      {"mixed payloads", fizz, "Enum.fizz(\n  0.9,\n  buzz: \"2\"\n)"},
+      {"enum payload", DumpValue::enumeration("Nested", "nest", {{"", fizz}}),
+       "Nested.nest(\n  .fizz(\n    0.9,\n    buzz: \"2\"\n  )\n)"},
+      {"one enum payload", success(success(leaf(42))), "Result.success(\n  .success(42)\n)"},
+      {"namespaced", DumpValue::enumeration("Namespaced.Enum", "x", {{"", leaf(0)}}), "Namespaced.Enum.x(0)"},
+      {"optional at the root", optional(nested("foo")), ".foo"},
+      {"in a field", record("Holder", {{"value", nested("foo")}}), "Holder(value: .foo)"},
+      {"as key and value", DumpValue::dictionary({{nested("foo"), baz}}),
+       "[\n  .foo: .baz(\n    fizz: 0.9,\n    buzz: \"2\"\n  )\n]"},
   });
 }
 
-TEST(DumpEnums, ErrorEnumsInADictionary) {
-  const auto error = [](DumpValue value) { return DumpValue::dictionary({{dumpValue("error"), std::move(value)}}); };
-  expectRenders({
-      {"E11 case", error(DumpValue::enumeration("PurchaseError", "cancelled")), "[\n  \"error\": .cancelled\n]"},
-      {"E11 one payload",
-       error(DumpValue::enumeration("PurchaseError", "productNotFound", {{"id", dumpValue("pro")}})),
-       "[\n  \"error\": .productNotFound(id: \"pro\")\n]"},
-      {"E11 two payloads",
-       error(DumpValue::enumeration("PurchaseError", "network", {{"code", leaf(3)}, {"message", dumpValue("offline")}})),
-       R"([
-  "error": .network(
-    code: 3,
-    message: "offline"
-  )
-])"},
+DumpValue session(const void* identity, const char* userID, bool isActive, int* requests = nullptr) {
+  return DumpValue::object("Session", identity, [=] {
+    if (requests != nullptr) ++*requests;
+    return std::vector<DumpField>{{"userID", str(userID)}, {"isActive", dumpValue(isActive)}};
   });
 }
 
 TEST(DumpObjects, IdentityMarkersAndBackReferences) {
-  auto first = std::make_shared<Session>(Session{"u_1", true});
-  auto second = std::make_shared<Session>(Session{"u_2", false});
-  auto third = std::make_shared<Session>(Session{"u_3", false});
-  const auto three = DumpValue::structure(
-      "Three", {{"a", dumpValue(first)}, {"b", dumpValue(first)}, {"c", dumpValue(second)}});
-  EXPECT_EQ(render(three), R"(Three(
-  a: Session(
-    userID: "u_1",
-    isActive: true
-  ),
-  b: Session(↩︎),
-  c: #1 Session(
-    userID: "u_2",
-    isActive: false
-  )
-))");
-
-  // Numbers are per type name; a repeat keeps the number of its first sighting.
-  const auto mixed = dumpValue(std::vector<DumpValue>{
-      dumpValue(first), dumpValue(second), dumpValue(third), dumpValue(second),
-      DumpValue::object("Other", third.get(), [] { return std::vector<DumpField>{}; })});
-  EXPECT_EQ(render(mixed), R"([
-  [0]: Session(
-    userID: "u_1",
-    isActive: true
-  ),
-  [1]: #1 Session(
-    userID: "u_2",
-    isActive: false
-  ),
-  [2]: #2 Session(
-    userID: "u_3",
-    isActive: false
-  ),
-  [3]: #1 Session(↩︎),
-  [4]: Other()
-])");
-}
-
-TEST(DumpObjects, FieldsAreRequestedOncePerDump) {
-  Session session{"u_1", true};
-  const auto value = DumpValue::structure(
-      "Holder", {{"one", dumpValue(session)},
-                 {"many", DumpValue::set({dumpValue(session), dumpValue(session)})},
-                 {"keyed", DumpValue::dictionary({{dumpValue(session), leaf(1)}})}});
-  render(value);
-  EXPECT_EQ(session.fieldRequests, 1);
-  render(value, 2);  // each dump asks again
-  EXPECT_EQ(session.fieldRequests, 2);
-}
-
-TEST(DumpObjects, CyclesNullsAndStateAroundObjects) {
-  auto cyclic = std::make_shared<RecursiveFoo>();
-  cyclic->foo = cyclic;
-  const std::string cycleText = customDump(cyclic);
-  cyclic->foo.reset();  // break the cycle so the object is freed
-  EXPECT_EQ(cycleText, R"(RecursiveFoo(
-  foo: RecursiveFoo(↩︎)
-))");
-
-  Session session{"u_1", true};
+  const int a = 0, b = 0, c = 0;
+  EXPECT_EQ(render(record("Three", {{"a", session(&a, "u_1", true)}, {"b", session(&a, "u_1", true)},
+                                    {"c", session(&b, "u_2", false)}})),
+            "Three(\n  a: Session(\n    userID: \"u_1\",\n    isActive: true\n  ),\n  b: Session(↩︎),\n"
+            "  c: #1 Session(\n    userID: \"u_2\",\n    isActive: false\n  )\n)");
+  // Numbers count per type name; a repeat keeps the number of its first sighting.
+  EXPECT_EQ(render(DumpValue::array({node(&a), node(&b), node(&c), node(&b), node(&a), node(&c, "Other")})),
+            "[\n  [0]: Node(),\n  [1]: #1 Node(),\n  [2]: #2 Node(),\n  [3]: #1 Node(↩︎),\n  [4]: Node(↩︎),\n"
+            "  [5]: Other()\n]");
   const auto error = [](const void* identity, std::vector<std::pair<DumpValue, DumpValue>> userInfo) {
     return DumpValue::object("NSError", identity, [userInfo] {
-      return std::vector<DumpField>{{"domain", dumpValue("com.example.store")},
-                                    {"code", leaf(42)},
-                                    {"userInfo", DumpValue::dictionary(userInfo)}};
+      return std::vector<DumpField>{{"code", leaf(42)}, {"userInfo", DumpValue::dictionary(userInfo)}};
     });
   };
-  const int outerIdentity = 0;
-  const int innerIdentity = 0;
-  const auto nested = error(&outerIdentity, {{dumpValue("NSUnderlyingError"), error(&innerIdentity, {})}});
   expectRenders({
-      {"E6", DumpValue::structure("PurchaseState",
-                                  {{"offer", dumpValue(std::optional<DumpValue>(DumpValue::structure(
-                                                 "Offer", {{"id", dumpValue("intro_week")},
-                                                           {"price", DumpValue::verbatim("0.99")}})))},
-                                   {"isRestoring", dumpValue(false)},
-                                   {"session", dumpValue(session)}}),
-       R"(PurchaseState(
-  offer: Offer(
-    id: "intro_week",
-    price: 0.99
-  ),
-  isRestoring: false,
-  session: Session(
-    userID: "u_1",
-    isActive: true
-  )
-))"},
-      {"E10 error object in a dictionary",
-       DumpValue::dictionary(
-           {{dumpValue("error"), error(&outerIdentity, {{dumpValue("NSLocalizedDescription"),
-                                                         dumpValue("An error occurred")}})}}),
-       R"([
-  "error": NSError(
-    domain: "com.example.store",
-    code: 42,
-    userInfo: [
-      "NSLocalizedDescription": "An error occurred"
-    ]
-  )
-])"},
-      {"E10 second error object", nested, R"(NSError(
-  domain: "com.example.store",
-  code: 42,
-  userInfo: [
-    "NSUnderlyingError": #1 NSError(
-      domain: "com.example.store",
-      code: 42,
-      userInfo: [:]
-    )
-  ]
-))"},
-      {"E22 object without fields", DumpValue::object("NSNull", &session, {}), "NSNull()"},
-      {"null pointer", dumpValue(std::shared_ptr<Session>()), "(null pointer)"},
-      {"null identity", DumpValue::object("Session", nullptr, {}), "(null pointer)"},
-      {"storage fields of objects are dropped",
-       DumpValue::object("Model", &session,
-                         [] { return std::vector<DumpField>{{"_$id", leaf(1)}, {"count", leaf(2)}}; }),
-       "Model(count: 2)"},
+      {"second error in a dictionary", error(&a, {{str("NSUnderlyingError"), error(&b, {})}}),
+       "NSError(\n  code: 42,\n  userInfo: [\n    \"NSUnderlyingError\": #1 NSError(\n      code: 42,\n"
+       "      userInfo: [:]\n    )\n  ]\n)"},
+      {"cycle", DumpValue::object("Foo", &c, [&c] { return std::vector<DumpField>{{"f", optional(node(&c, "Foo"))}}; }),
+       "Foo(\n  f: Foo(↩︎)\n)"},
+      {"null identity", node(nullptr), "(null pointer)"},
+      {"storage fields dropped",
+       DumpValue::object("M", &a, [] { return std::vector<DumpField>{{"_$id", leaf(1)}, {"n", leaf(2)}}; }), "M(n: 2)"},
   });
+  // Fields are fetched once per dump, also when sorting sets and dictionary keys.
+  int requests = 0;
+  const auto counted = session(&a, "u_1", true, &requests);
+  const auto holder = record("H", {{"one", counted}, {"many", DumpValue::set({counted, counted})},
+                                   {"keyed", DumpValue::dictionary({{counted, leaf(1)}})}});
+  render(holder);
+  EXPECT_EQ(requests, 1);
+  render(holder, 2);
+  EXPECT_EQ(requests, 2);
 }
 
-TEST(DumpCollections, ArraysSetsDictionariesAndTheirOrder) {
-  const auto users = dumpValue(std::vector<User>{blob, blobJr, blobSr});
+TEST(DumpCollections, EmptyFormsAndOrdering) {
   expectRenders({
-      {"E17 array", users, R"([
-  [0]: User(
-    id: 1,
-    name: "Blob"
-  ),
-  [1]: User(
-    id: 2,
-    name: "Blob, Jr."
-  ),
-  [2]: User(
-    id: 3,
-    name: "Blob, Sr."
-  )
-])"},
-      {"E17 set", dumpValue(std::unordered_set<int>{3, 1, 2}), "Set([\n  1,\n  2,\n  3\n])"},
+      {"one element array", dumpValue(std::vector<int>{42}), "[\n  [0]: 42\n]"},
       {"set sorted as text", dumpValue(std::set<int>{2, 10, 1}), "Set([\n  1,\n  10,\n  2\n])"},
-      {"set of records sorted by their text", DumpValue::set({dumpValue(User{2, "b"}), dumpValue(User{1, "z"})}),
+      {"set of records sorted by text", DumpValue::set({dumpValue(User{2, "b"}), dumpValue(User{1, "z"})}),
        "Set([\n  User(\n    id: 1,\n    name: \"z\"\n  ),\n  User(\n    id: 2,\n    name: \"b\"\n  )\n])"},
-      {"E17 empty array", dumpValue(std::vector<int>{}), "[]"},
-      {"E17 empty set", dumpValue(std::set<int>{}), "Set([])"},
-      {"E17 empty dictionary", dumpValue(std::map<int, int>{}), "[:]"},
-      {"single element array is a block", dumpValue(std::vector<int>{42}), "[\n  [0]: 42\n]"},
-      {"E9 sorted by key", dumpValue(std::unordered_map<std::string, std::string>{{"result", "filtered"},
-                                                                                   {"reason", "renewal"}}),
-       R"([
-  "reason": "renewal",
-  "result": "filtered"
-])"},
-      {"E17 integer keys sorted as text", dumpValue(std::map<int, std::string>{{2, "b"}, {10, "a"}}),
+      {"empty array", dumpValue(std::vector<int>{}), "[]"},
+      {"empty set", dumpValue(std::unordered_set<int>{}), "Set([])"},
+      {"empty dictionary", dumpValue(std::map<int, int>{}), "[:]"},
+      {"integer keys sorted as text", dumpValue(std::map<int, std::string>{{2, "b"}, {10, "a"}}),
        "[\n  10: \"a\",\n  2: \"b\"\n]"},
-      {"quoted keys before numbers, raw keys after quoted",
-       DumpValue::dictionary({{leaf(1), leaf(1)}, {dumpValue("a\"b"), leaf(2)}, {dumpValue("z"), leaf(3)}}),
+      {"quoted keys, then raw, then numbers",
+       DumpValue::dictionary({{leaf(1), leaf(1)}, {str("a\"b"), leaf(2)}, {str("z"), leaf(3)}}),
        "[\n  \"z\": 3,\n  #\"a\"b\"#: 2,\n  1: 1\n]"},
   });
 }
 
 TEST(DumpDepth, CollapsesContainersWithNoDepthLeft) {
-  const auto users = dumpValue(std::vector<User>{blob, blobJr, blobSr});
-  Session session{"u_1", true};
+  const auto users = dumpValue(std::vector<User>{{1, "a"}, {2, "b"}, {3, "c"}});
+  const auto outer = record("Outer", {{"inner", record("Inner", {{"x", leaf(1)}})}});
   expectRenders({
-      {"E2 depth 1", dumpValue(Pair{blob, blobJr}), "Pair(\n  driver: User(…),\n  passenger: User(…)\n)", 1},
-      {"E17 depth 1", users, "[\n  [0]: User(…),\n  [1]: User(…),\n  [2]: User(…)\n]", 1},
-      {"E17 depth 0", users, "[…]", 0},
-      {"negative depth", users, "[…]", std::numeric_limits<std::int64_t>::min()},
-      {"enum payload", dumpValue(baz(0.9, "2")), "Enum.baz(…)", 0},
+      {"struct", record("P", {{"a", users}, {"b", users}}), "P(\n  a: […],\n  b: […]\n)", 1},
+      {"array depth 1", users, "[\n  [0]: User(…),\n  [1]: User(…),\n  [2]: User(…)\n]", 1},
+      {"array depth 0", users, "[…]", 0},
+      {"lowest depth", record("M", {{"t", str("a\nb")}}), R"(M(t: "…"))", std::numeric_limits<std::int64_t>::min()},
+      {"enum payload", nested("baz", {{"fizz", leaf(1)}, {"buzz", leaf(2)}}), "Enum.baz(…)", 0},
       {"set", dumpValue(std::set<int>{1, 2}), "Set([…])", 0},
       {"dictionary", dumpValue(std::map<int, int>{{1, 2}}), "[…]", 0},
-      {"object", dumpValue(session), "Session(…)", 0},
-      {"one struct field", dumpValue(Outer{{1}}), "Outer(…)", 0},
-      {"inline form in full", dumpValue(ID{"x"}), R"(ID(rawValue: "x"))", 0},
+      {"object", session(&outer, "u_1", true), "Session(…)", 0},
+      {"one struct field", outer, "Outer(…)", 0},
+      {"one multi-line leaf field", record("N", {{"t", DumpValue::leaf("a\nb")}}), "N(…)", 0},
+      {"inline form in full", record("ID", {{"rawValue", str("x")}}), R"(ID(rawValue: "x"))", 0},
       {"empty forms in full", dumpValue(std::vector<std::map<int, int>>{{}}), "[\n  [0]: [:]\n]", 1},
-      {"multi-line string", dumpValue("a\nb"), R"("…")", 0},
-      {"multi-line string field", dumpValue(Email{"Hi", "a\nb"}), "Email(\n  subject: \"Hi\",\n  body: \"…\"\n)", 1},
+      {"multi-line string", str("a\nb"), R"("…")", 0},
+      {"multi-line string field", record("E", {{"s", str("x")}, {"body", str("a\nb")}}),
+       "E(\n  s: \"x\",\n  body: \"…\"\n)", 1},
   });
 }
 
 TEST(DumpStrings, QuotingRules) {
-  struct Case {
-    std::string input;
-    std::string expected;
-  };
-  const std::vector<Case> cases = {
-      {"Hello!", R"("Hello!")"},
-      {R"(Hello, "world!")", R"x(#"Hello, "world!""#)x"},
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"Hello!", R"("Hello!")"}, {"tab\t©", R"("tab\t©")"}, {"it's", R"("it\'s")"}, {"\U0001F600", "\"\U0001F600\""},
+      {std::string("a\0b", 3), R"("a\0b")"}, {"\x01\x1f\x7f", R"("\u{01}\u{1F}\u{7F}")"},
+      {R"(Hello, "world!")", R"x(#"Hello, "world!""#)x"}, {R"(This has a \ in it)", R"x(#"This has a \ in it"#)x"},
       {R"(This has a "### in it)", R"x(####"This has a "### in it"####)x"},
-      {R"(This has a \ in it)", R"x(#"This has a \ in it"#)x"},
-      {"This has a \t in it", R"("This has a \t in it")"},
-      {"©", R"("©")"},
-      {"it's", R"("it\'s")"},
-      {std::string("a\0b", 3), R"("a\0b")"},
-      {"\x01\x1f\x7f", R"("\u{01}\u{1F}\u{7F}")"},
-      {"", R"("")"},
-      // Invalid UTF-8: each maximal bad sequence becomes U+FFFD.
-      {"a\xff" "b", "\"a\uFFFD" "b\""},
-      {"\xe2\x82", "\"\uFFFD\""},
-      {"\xe2\x82x", "\"\uFFFDx\""},
-      {"\xc0\xaf", "\"\uFFFD\uFFFD\""},
-      {"\xed\xa0\x80", "\"\uFFFD\uFFFD\uFFFD\""},
-      {"\xf4\x90\x80\x80", "\"\uFFFD\uFFFD\uFFFD\uFFFD\""},
-      {"\x85", "\"\uFFFD\""},  // a stray byte, not NEL
-      {"\xff\"", "#\"\uFFFD\"\"#"},
-      {"\U0001F600", "\"\U0001F600\""},
-      // Any newline character gives a block.
-      {"Hello,\nWorld!", "\"\"\"\nHello,\nWorld!\n\"\"\""},
-      {"a\rb", "\"\"\"\na\rb\n\"\"\""},
-      {"a\vb", "\"\"\"\na\vb\n\"\"\""},
-      {"a\fb", "\"\"\"\na\fb\n\"\"\""},
-      {"a\u0085b", "\"\"\"\na\u0085b\n\"\"\""},
-      {"a\u2028b", "\"\"\"\na\u2028b\n\"\"\""},
-      {"a\u2029b", "\"\"\"\na\u2029b\n\"\"\""},
-      {"x\"\"\"\ny", "#\"\"\"\nx\"\"\"\ny\n\"\"\"#"},
+      // Each maximal invalid UTF-8 sequence becomes U+FFFD before the rules apply.
+      {"a\xff" "b", "\"a\uFFFD" "b\""}, {"\xe2\x82x", "\"\uFFFDx\""}, {"\xc0\xaf", "\"\uFFFD\uFFFD\""},
+      {"\xed\xa0\x80", "\"\uFFFD\uFFFD\uFFFD\""}, {"\xf4\x90\x80\x80", "\"\uFFFD\uFFFD\uFFFD\uFFFD\""},
+      {"\x85", "\"\uFFFD\""}, {"\xe2\x82", "\"\uFFFD\""}, {"\xff\"", "#\"\uFFFD\"\"#"},
+      {"Hello,\nWorld!", "\"\"\"\nHello,\nWorld!\n\"\"\""}, {"x\"\"\"\ny", "#\"\"\"\nx\"\"\"\ny\n\"\"\"#"},
       {"say \"\"\"# and \"\"\"\n", "##\"\"\"\nsay \"\"\"# and \"\"\"\n\n\"\"\"##"},
       {"\"\"\"\"#\n", "##\"\"\"\n\"\"\"\"#\n\n\"\"\"##"},
       {"tab\tand \\ stay\nraw", "\"\"\"\ntab\tand \\ stay\nraw\n\"\"\""},
   };
-  for (const auto& testCase : cases) {
-    SCOPED_TRACE(testCase.input);
-    EXPECT_EQ(customDump(testCase.input), testCase.expected);
+  for (const auto& [input, expected] : cases) {
+    SCOPED_TRACE(input);
+    EXPECT_EQ(customDump(input), expected);
+  }
+  for (const std::string separator : {"\r", "\v", "\f", "\u0085", "\u2028", "\u2029"}) {
+    EXPECT_EQ(customDump("a" + separator + "b"), "\"\"\"\na" + separator + "b\n\"\"\"");
   }
 }
 
 TEST(DumpStrings, MultiLineIndentation) {
-  const Email email{"RE: Upcoming Event", "To whom it may concern,\n\nLook forward to it!\n\nYours,\nBlob"};
-  const auto note = DumpValue::structure("Note", {{"body", dumpValue(std::optional<std::string>("a\n\nb"))}});
+  const char* body = "To whom it may concern,\n\nLook forward to it!\n\nYours,\nBlob";
   expectRenders({
-      {"E15 labelled field, blank lines hold the indentation", dumpValue(email),
-       "Email(\n"
-       "  subject: \"RE: Upcoming Event\",\n"
-       "  body: \"\"\"\n"
-       "    To whom it may concern,\n"
-       "    \n"
-       "    Look forward to it!\n"
-       "    \n"
-       "    Yours,\n"
-       "    Blob\n"
-       "    \"\"\"\n"
-       ")"},
-      {"only field", DumpValue::structure("Memo", {{"text", dumpValue("a\nb")}}),
-       "Memo(\n  text: \"\"\"\n    a\n    b\n    \"\"\"\n)"},
-      {"through an optional: no extra indentation", note,
-       "Note(\n  body: \"\"\"\n  a\n  \n  b\n  \"\"\"\n)"},
-      {"array index is a label", dumpValue(std::vector<std::string>{"a\nb"}),
-       "[\n  [0]: \"\"\"\n    a\n    b\n    \"\"\"\n]"},
-      {"dictionary key is a label", dumpValue(std::map<int, std::string>{{1, "a\nb"}}),
-       "[\n  1: \"\"\"\n    a\n    b\n    \"\"\"\n]"},
-      {"set elements have no label", dumpValue(std::set<std::string>{"a\nb"}),
-       "Set([\n  \"\"\"\n  a\n  b\n  \"\"\"\n])"},
+      {"labelled field, blank lines indented", record("Email", {{"subject", str("RE: Event")}, {"body", str(body)}}),
+       "Email(\n  subject: \"RE: Event\",\n  body: \"\"\"\n    To whom it may concern,\n    \n    Look forward to it!\n"
+       "    \n    Yours,\n    Blob\n    \"\"\"\n)"},
+      {"only field", record("Memo", {{"text", str("a\nb")}}), "Memo(\n  text: \"\"\"\n    a\n    b\n    \"\"\"\n)"},
+      {"optional", record("N", {{"b", optional(std::string("a\n\nb"))}}), "N(\n  b: \"\"\"\n  a\n  \n  b\n  \"\"\"\n)"},
+      {"array index", dumpValue(std::vector<std::string>{"a\nb"}), "[\n  [0]: \"\"\"\n    a\n    b\n    \"\"\"\n]"},
+      {"dict key", dumpValue(std::map<int, std::string>{{1, "a\nb"}}), "[\n  1: \"\"\"\n    a\n    b\n    \"\"\"\n]"},
+      {"set elements unlabelled", dumpValue(std::set<std::string>{"a\nb"}), "Set([\n  \"\"\"\n  a\n  b\n  \"\"\"\n])"},
   });
 }
 
-TEST(DumpNumbers, DoubleDescription) {
-  struct Case {
-    double value;
-    std::string expected;
-  };
-  const std::vector<Case> cases = {
-      {42.0, "42.0"},
-      {0.9, "0.9"},
-      {-3.25, "-3.25"},
-      {0.1 + 0.2, "0.30000000000000004"},
-      {123456.789, "123456.789"},
-      {0.0001, "0.0001"},
-      {0.00012, "0.00012"},
-      {0.00001, "1e-05"},
-      {-0.000015, "-1.5e-05"},
-      {2e20, "2e+20"},
-      {1.5e300, "1.5e+300"},
-      {5e-324, "5e-324"},
-      {1e16, "10000000000000000.0"},
-      {0x1.0p54, "18014398509481984.0"},
-      {std::nextafter(0x1.0p54, 1e300), "1.8014398509481988e+16"},
-      {std::numeric_limits<double>::max(), "1.7976931348623157e+308"},
-      {0.0, "0.0"},
-      {-0.0, "-0.0"},
-      {std::numeric_limits<double>::quiet_NaN(), "nan"},
-      {std::numeric_limits<double>::infinity(), "inf"},
+TEST(DumpNumbers, DoubleAndFloatDescription) {
+  const std::vector<std::pair<double, std::string>> cases = {
+      {42.0, "42.0"}, {0.9, "0.9"}, {-3.25, "-3.25"}, {0.1 + 0.2, "0.30000000000000004"}, {123456.789, "123456.789"},
+      {0.0001, "0.0001"}, {0.00012, "0.00012"}, {0.00001, "1e-05"}, {-0.000015, "-1.5e-05"}, {2e20, "2e+20"},
+      {1.5e300, "1.5e+300"}, {5e-324, "5e-324"}, {1e16, "10000000000000000.0"}, {0x1.0p54, "18014398509481984.0"},
+      {std::nextafter(0x1.0p54, 1e300), "1.8014398509481988e+16"}, {0.0, "0.0"}, {-0.0, "-0.0"},
+      {std::numeric_limits<double>::quiet_NaN(), "nan"}, {std::numeric_limits<double>::infinity(), "inf"},
       {-std::numeric_limits<double>::infinity(), "-inf"},
   };
-  for (const auto& testCase : cases) {
-    SCOPED_TRACE(testCase.expected);
-    EXPECT_EQ(doubleDescription(testCase.value), testCase.expected);
-  }
+  for (const auto& [value, expected] : cases) EXPECT_EQ(doubleDescription(value), expected);
   EXPECT_EQ(floatDescription(0.1F), "0.1");
   EXPECT_EQ(floatDescription(1e10F), "1e+10");
   EXPECT_EQ(customDump(std::vector<float>{1.5F}), "[\n  [0]: 1.5\n]");
-}
-
-TEST(DumpHooks, VerbatimAndSubstitutedValues) {
-  const auto loginState = DumpValue::structure(
-      "LoginState", {{"email", dumpValue("blob@example.com")}, {"password", DumpValue::verbatim("<redacted>")}});
-  expectRenders({
-      {"E16 verbatim field", loginState, R"(LoginState(
-  email: "blob@example.com",
-  password: <redacted>
-))"},
-      {"E16 substituted value", dumpValue(Wrapper{42}), "42"},
-      {"text-like values", dumpValue(std::vector<DumpValue>{dumpValue('x'), dumpValue(std::string_view("y"))}),
-       "[\n  [0]: \"x\",\n  [1]: \"y\"\n]"},
-      {"null C string", dumpValue(static_cast<const char*>(nullptr)), "(null pointer)"},
-      {"pair", dumpValue(std::pair<int, bool>(1, true)), "(\n  1,\n  true\n)"},
-  });
 }
 
 }  // namespace
