@@ -10,6 +10,8 @@
 
 #include "velquist/foundation/decimal.h"
 #include "velquist/foundation/locale.h"
+#include "velquist/foundation/rounding_rule.h"
+#include "velquist/storekit/formatting/style_options.h"
 #include "velquist/support/dump.h"
 #include "velquist/support/raw_value.h"
 #include "velquist/support/tagged.h"
@@ -17,6 +19,7 @@
 namespace velquist::storekit {
 
 using foundation::Decimal;
+using foundation::FloatingPointRoundingRule;
 using foundation::Locale;
 using support::Tagged;
 
@@ -33,6 +36,9 @@ using support::Tagged;
 /// from many threads.
 struct Product {
   struct SubscriptionOffer;
+  /// The namespace of the product's own format styles (`Product::FormatStyle::Price`),
+  /// defined in storekit/formatting/price_format_style.h.
+  struct FormatStyle;
   using ID = Tagged<Product, std::string>;
 
   /// A subscription's renewal period or an offer's period: `value` units of `unit`.
@@ -67,6 +73,29 @@ struct Product {
     /// `2_week`. A single week alone is reported as seven days: `7_day`.
     std::string analyticsValue() const;
 
+    /// The price charged for this period restated for `period`. Days to months and years and
+    /// weeks to months and years use the fixed factors 30.417, 365.3, 4.345 and 52.1786 (as
+    /// converted from doubles); every other pair multiplies by the ratio of day counts,
+    /// computed in double.
+    ///
+    ///     month(1).convertPrice(9.99, year(1))  ->  119.88
+    ///     week(1).convertPrice(4.99, year(1))   ->  260.3712140000000510976
+    Decimal convertPrice(const Decimal& price, const SubscriptionPeriod& period) const;
+
+    /// Format styles of periods and units, in storekit/formatting/period_format_style.h.
+    struct FormatStyle;
+    struct UnitFormatStyle;
+
+    /// The period as text by a style built from the arguments: "3 months", "week".
+    std::string formatted(formatting::UnitStyle unitStyle, std::vector<Unit> unitsCollapsed,
+                          std::vector<Unit> unitsExpanded,
+                          formatting::ValueDisplayStrategy valueDisplayStrategy) const;
+    /// The period as text by any style whose input is a period.
+    template <class Style>
+    auto formatted(const Style& style) const {
+      return style.format(*this);
+    }
+
     friend bool operator==(const SubscriptionPeriod&, const SubscriptionPeriod&) = default;
     friend bool operator<(const SubscriptionPeriod& lhs, const SubscriptionPeriod& rhs) {
       return lhs.numberOfDays() < rhs.numberOfDays();
@@ -85,6 +114,10 @@ struct Product {
     /// Text raw values "pay_as_you_go", "pay_up_front" and "free_trial".
     enum class PaymentMode { payAsYouGo, payUpFront, freeTrial };
 
+    /// Format styles of offers and payment modes, in storekit/formatting/offer_format_style.h.
+    struct FormatStyle;
+    struct PaymentModeFormatStyle;
+
     std::optional<ID> id;  ///< absent when the store gives none
     OfferType type = OfferType::introductory;
     Decimal price;
@@ -92,6 +125,13 @@ struct Product {
     std::string displayPrice;
     SubscriptionPeriod period;
     PaymentMode paymentMode = PaymentMode::payAsYouGo;
+
+    /// The free-trial line of the offer; empty unless it is a free trial.
+    std::string formatted() const;
+    template <class Style>
+    auto formatted(const Style& style) const {
+      return style.format(*this);
+    }
 
     friend bool operator==(const SubscriptionOffer&, const SubscriptionOffer&) = default;
   };
@@ -134,8 +174,40 @@ struct Product {
   std::optional<SubscriptionPeriod> subscriptionPeriod() const;
   std::optional<SubscriptionOffer> introductoryPrice() const;
 
+  /// This product's saving against `other` as a fraction with at most two digits (0.85 is
+  /// 85 % cheaper; negative when this one is dearer). Subscriptions compare prices per year;
+  /// otherwise the plain prices are compared. Zero when either amount is not positive.
+  std::optional<Decimal> discount(const Product& other) const;
+  /// The discount formatted as a percentage in the current locale: "85%".
+  std::optional<std::string> displayDiscount(const Product& other) const;
+
+  /// A price as currency text in `priceLocale`, rounded by `roundingRule`, through the shared
+  /// price formatter: "$9.99", "9,99 €". Absent when the formatter produces no text.
+  static std::optional<std::string> displayPrice(const Decimal& price, const Locale& priceLocale,
+                                                 FloatingPointRoundingRule roundingRule);
+
+  /// The product as text by any style whose input is a product.
+  template <class Style>
+  auto formatted(const Style& style) const {
+    return style.format(*this);
+  }
+
   friend bool operator==(const Product&, const Product&) = default;
 };
+
+/// The grammatical number of a count, by its absolute value alone (21 is `pluralTwo`). The
+/// most negative 64-bit integer has no absolute value and stops the process.
+formatting::GrammaticalNumber grammaticalNumber(std::int64_t count);
+
+/// A unit's word by style and grammatical number: "months", "mo", "monthly".
+std::string formatted(Product::SubscriptionPeriod::Unit unit, formatting::UnitStyle style,
+                      formatting::GrammaticalNumber number);
+/// The payment mode's localised name.
+std::string formatted(Product::SubscriptionOffer::PaymentMode mode);
+template <class Style>
+auto formatted(Product::SubscriptionOffer::PaymentMode mode, const Style& style) {
+  return style.format(mode);
+}
 
 // Raw values and names of the enumerations.
 std::string_view rawValue(Product::SubscriptionOffer::OfferType type);

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "velquist/foundation/json.h"
+
+namespace velquist::foundation {
+
+/// The application bundle's description of itself: its information dictionary, with keys
+/// such as "CFBundleIdentifier". The host sets the main bundle's dictionary at start-up
+/// (tests set their own); when nothing was set, the main bundle's identifier is read from
+/// the environment variable VELQUIST_BUNDLE_ID, and without that there is no dictionary.
+///
+/// Thread-safe: the main bundle may be read and replaced from any thread.
+class Bundle {
+ public:
+  /// The main bundle of the process.
+  static Bundle main();
+
+  /// Replaces the main bundle's information dictionary (an object); nothing returns to the
+  /// environment's.
+  static void setMainInfoDictionary(std::optional<JsonValue> dictionary);
+
+  /// The information dictionary, an object; absent when the bundle has none.
+  std::optional<JsonValue> infoDictionary() const;
+  /// The value for one key of the information dictionary, of whatever JSON kind.
+  std::optional<JsonValue> objectForInfoDictionaryKey(std::string_view key) const;
+  /// The "CFBundleIdentifier" value when it is text.
+  std::optional<std::string> bundleIdentifier() const;
+
+ private:
+  Bundle() = default;
+};
+
+}  // namespace velquist::foundation

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "velquist/foundation/decimal.h"
+#include "velquist/foundation/locale.h"
+
+namespace velquist::foundation {
+
+/// The subset of the platform number formatter the library uses, over ICU: currency and
+/// percent styles, a locale, the seven rounding modes, minimum fraction digits, a currency
+/// symbol and positive / negative format patterns with the currency placeholder "¤".
+/// Decimals are handed to ICU as their exact text, never through a double.
+///
+///     NumberFormatter formatter;
+///     formatter.setNumberStyle(NumberFormatter::Style::currency);
+///     formatter.setLocale(Locale("de_DE"));
+///     formatter.string(Decimal(999, -2))  ->  "9,99 €"   (U+00A0 before the euro sign)
+///
+/// Configuration: each setter takes effect for the following calls. Setting the style or the
+/// locale starts again from that locale's own pattern for the style and then re-applies the
+/// other settings made so far, in the order they were first made.
+///
+/// Thread-safety: `string` may be called from many threads at once on one formatter;
+/// configuring a formatter while another thread formats with it is not allowed.
+class NumberFormatter {
+ public:
+  /// The platform's number styles (raw values as the platform numbers them).
+  enum class Style { none = 0, decimal = 1, currency = 2, percent = 3 };
+  /// The platform's rounding modes, raw values 0...6.
+  enum class RoundingMode { ceiling = 0, floor = 1, down = 2, up = 3, halfEven = 4, halfDown = 5, halfUp = 6 };
+
+  /// Style `none`, the current locale, rounding `halfEven`, as the platform starts.
+  NumberFormatter();
+  ~NumberFormatter();
+  NumberFormatter(const NumberFormatter&) = delete;
+  NumberFormatter& operator=(const NumberFormatter&) = delete;
+
+  Style numberStyle() const;
+  void setNumberStyle(Style style);
+  Locale locale() const;
+  void setLocale(Locale locale);
+  RoundingMode roundingMode() const;
+  void setRoundingMode(RoundingMode mode);
+  int minimumFractionDigits() const;
+  void setMinimumFractionDigits(int digits);
+  int maximumFractionDigits() const;
+  std::string currencySymbol() const;
+  void setCurrencySymbol(std::string symbol);
+  /// The pattern for zero and positive numbers, e.g. "¤0.00"; "¤" stands for the currency.
+  std::string positiveFormat() const;
+  void setPositiveFormat(std::string pattern);
+  /// The pattern for negative numbers, e.g. "-¤0.00".
+  std::string negativeFormat() const;
+  void setNegativeFormat(std::string pattern);
+
+  /// The text of `number`, or nothing where ICU produces none (NaN, a failure).
+  std::optional<std::string> string(const Decimal& number) const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace velquist::foundation
