@@ -1,6 +1,7 @@
 #include "velquist/foundation/locale.h"
 
 #include <cstdlib>
+#include <map>
 #include <mutex>
 #include <string_view>
 
@@ -63,7 +64,7 @@ std::optional<Parts> parse(const std::string& identifier) {
 }
 
 // The currency ICU's territory data gives a region today.
-std::optional<std::string> currencyOfRegion(const std::string& region) {
+std::optional<std::string> lookUpCurrencyOfRegion(const std::string& region) {
   const icu::Locale regionOnly("und", region.c_str());
   UChar code[4] = {};
   UErrorCode status = U_ZERO_ERROR;
@@ -75,6 +76,21 @@ std::optional<std::string> currencyOfRegion(const std::string& region) {
     text += static_cast<char>(code[i]);
   }
   return text;
+}
+
+// The same, remembered per region: there are few regions, and the lookup is costly
+// next to everything else a new price formatter needs.
+std::optional<std::string> currencyOfRegion(const std::string& region) {
+  static std::mutex mutex;
+  static auto* const known = new std::map<std::string, std::optional<std::string>, std::less<>>();
+  {
+    const std::lock_guard lock(mutex);
+    if (const auto found = known->find(region); found != known->end()) return found->second;
+  }
+  auto currency = lookUpCurrencyOfRegion(region);
+  const std::lock_guard lock(mutex);
+  known->emplace(region, currency);
+  return currency;
 }
 
 // The locale the process environment names, read as ICU reads it: the first of LC_ALL,

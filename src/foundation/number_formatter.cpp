@@ -1,7 +1,9 @@
 #include "velquist/foundation/number_formatter.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
+#include <mutex>
 #include <string_view>
 #include <utility>
 
@@ -99,8 +101,10 @@ std::pair<icu::UnicodeString, icu::UnicodeString> patternParts(const icu::Unicod
 
 }  // namespace
 
-// The settings made so far and the ICU formatter built from them. The formatter is rebuilt
-// from scratch by every setter, so it is always a function of the settings alone.
+// The settings made so far, and the ICU formatter built from them on first use. Setters
+// only record; the build happens once, when the formatter is first asked for text or for a
+// derived setting, so configuring a formatter costs one ICU build however many settings
+// it takes.
 struct NumberFormatter::State {
   struct Settings {
     Style style = Style::none;
@@ -115,28 +119,51 @@ struct NumberFormatter::State {
     bool fractionDigitsAfterFormats = false;
   };
 
-  // ICU's formatter and what the getters report about it, all fixed once built.
+  // ICU's formatter; the getters of derived values read the pattern it was made from.
   struct Built {
     std::unique_ptr<icu::DecimalFormat> format;
     const icu::number::LocalizedNumberFormatter* formatter = nullptr;  // owned by `format`
-    int minimumFractionDigits = 0;
-    int maximumFractionDigits = 0;
-    std::string currencySymbol;
-    std::string positiveFormat;
-    std::string negativeFormat;
+
+    // The formats as the pattern now has them, the one set given as set.
+    std::pair<std::string, std::string> formats(const Settings& settings) const {
+      if (!format) return {settings.positiveFormat.value_or(""), settings.negativeFormat.value_or("")};
+      icu::UnicodeString pattern;
+      const auto [positive, negative] = patternParts(format->toPattern(pattern));
+      return {settings.positiveFormat.value_or(toUtf8(positive)), settings.negativeFormat.value_or(toUtf8(negative))};
+    }
   };
 
   Settings settings;
-  Built built;  // formatter null only if ICU could build nothing at all
+
+  // The formatter for the current settings. Many threads may ask at once; the first builds.
+  const Built& current() const {
+    if (!isBuilt.load(std::memory_order_acquire)) {
+      const std::lock_guard lock(buildMutex);
+      if (!isBuilt.load(std::memory_order_relaxed)) {
+        built = buildIgnoringUnreadablePatterns(settings);
+        isBuilt.store(true, std::memory_order_release);
+      }
+    }
+    return built;
+  }
+  // Setters call this; configuring is never concurrent with use.
+  void invalidate() { isBuilt.store(false, std::memory_order_release); }
 
   static std::optional<Built> build(const Settings& settings);
-  // Adopts `changed` when ICU accepts it; otherwise the formatter stays as it was.
-  void apply(const Settings& changed) {
-    if (auto rebuilt = build(changed)) {
-      settings = changed;
-      built = std::move(*rebuilt);
-    }
+  // A pattern ICU cannot read is ignored: the build is made again without the formats.
+  static Built buildIgnoringUnreadablePatterns(const Settings& settings) {
+    if (auto complete = build(settings)) return std::move(*complete);
+    Settings withoutFormats = settings;
+    withoutFormats.positiveFormat.reset();
+    withoutFormats.negativeFormat.reset();
+    if (auto plain = build(withoutFormats)) return std::move(*plain);
+    return Built{};
   }
+
+ private:
+  mutable std::mutex buildMutex;
+  mutable std::atomic<bool> isBuilt{false};
+  mutable Built built;  // not usable only if ICU could build nothing at all
 };
 
 std::optional<NumberFormatter::State::Built> NumberFormatter::State::build(const Settings& settings) {
@@ -174,95 +201,86 @@ std::optional<NumberFormatter::State::Built> NumberFormatter::State::build(const
   }
   if (U_FAILURE(status)) return std::nullopt;
 
-  built.formatter = format.toNumberFormatter(status);
-  if (U_FAILURE(status) || built.formatter == nullptr) return std::nullopt;
-  // ICU compiles a formatter's fast path on its third use and publishes it through atomics
-  // of its own. Using it here, before any other thread can, does that work once and up front,
-  // so concurrent formatting calls only ever read. A failure here shows settings that ICU
-  // took but cannot format with.
-  for (int use = 0; use < 4 && U_SUCCESS(status); ++use) static_cast<void>(built.formatter->formatInt(0, status));
-  if (U_FAILURE(status)) return std::nullopt;
-
-  built.minimumFractionDigits = format.getMinimumFractionDigits();
-  built.maximumFractionDigits = format.getMaximumFractionDigits();
-  built.currencySymbol = toUtf8(format.getDecimalFormatSymbols()->getConstSymbol(icu::DecimalFormatSymbols::kCurrencySymbol));
-  icu::UnicodeString pattern;
-  const auto [positive, negative] = patternParts(format.toPattern(pattern));
-  built.positiveFormat = settings.positiveFormat.value_or(toUtf8(positive));
-  built.negativeFormat = settings.negativeFormat.value_or(toUtf8(negative));
+  const icu::number::LocalizedNumberFormatter* fromPattern = format.toNumberFormatter(status);
+  if (U_FAILURE(status) || fromPattern == nullptr) return std::nullopt;
+  // ICU formats the first uses by a slow path and compiles a fast one on a later use,
+  // publishing it through atomics of its own (safe, but invisible to ThreadSanitizer, since
+  // ICU is not instrumented: see tests/tsan.supp). Compiling up front would double the cost
+  // of the first price in a new locale, so it is left to ICU.
+  built.formatter = fromPattern;
   return built;
 }
 
-NumberFormatter::NumberFormatter() : state_(std::make_unique<State>()) {
-  state_->settings.locale = Locale::current();
-  if (auto built = State::build(state_->settings)) state_->built = std::move(*built);
-}
+NumberFormatter::NumberFormatter() : state_(std::make_unique<State>()) { state_->settings.locale = Locale::current(); }
 
 NumberFormatter::~NumberFormatter() = default;
 
 NumberFormatter::Style NumberFormatter::numberStyle() const { return state_->settings.style; }
 
 void NumberFormatter::setNumberStyle(Style style) {
-  State::Settings changed = state_->settings;
-  changed.style = style;
-  state_->apply(changed);
+  state_->settings.style = style;
+  state_->invalidate();
 }
 
 Locale NumberFormatter::locale() const { return state_->settings.locale; }
 
 void NumberFormatter::setLocale(Locale locale) {
-  State::Settings changed = state_->settings;
-  changed.locale = std::move(locale);
-  state_->apply(changed);
+  state_->settings.locale = std::move(locale);
+  state_->invalidate();
 }
 
 NumberFormatter::RoundingMode NumberFormatter::roundingMode() const { return state_->settings.roundingMode; }
 
 void NumberFormatter::setRoundingMode(RoundingMode mode) {
-  State::Settings changed = state_->settings;
-  changed.roundingMode = mode;
-  state_->apply(changed);
+  state_->settings.roundingMode = mode;
+  state_->invalidate();
 }
 
-int NumberFormatter::minimumFractionDigits() const { return state_->built.minimumFractionDigits; }
+int NumberFormatter::minimumFractionDigits() const {
+  const State::Built& built = state_->current();
+  return built.format ? built.format->getMinimumFractionDigits() : 0;
+}
 
 void NumberFormatter::setMinimumFractionDigits(int digits) {
-  State::Settings changed = state_->settings;
-  changed.minimumFractionDigits = std::clamp(digits, 0, maxFractionDigits);
-  changed.fractionDigitsAfterFormats = true;
-  state_->apply(changed);
+  state_->settings.minimumFractionDigits = std::clamp(digits, 0, maxFractionDigits);
+  state_->settings.fractionDigitsAfterFormats = true;
+  state_->invalidate();
 }
 
-int NumberFormatter::maximumFractionDigits() const { return state_->built.maximumFractionDigits; }
+int NumberFormatter::maximumFractionDigits() const {
+  const State::Built& built = state_->current();
+  return built.format ? built.format->getMaximumFractionDigits() : 0;
+}
 
-std::string NumberFormatter::currencySymbol() const { return state_->built.currencySymbol; }
+std::string NumberFormatter::currencySymbol() const {
+  const State::Built& built = state_->current();
+  if (!built.format) return state_->settings.currencySymbol.value_or("");
+  return toUtf8(built.format->getDecimalFormatSymbols()->getConstSymbol(icu::DecimalFormatSymbols::kCurrencySymbol));
+}
 
 void NumberFormatter::setCurrencySymbol(std::string symbol) {
-  State::Settings changed = state_->settings;
-  changed.currencySymbol = std::move(symbol);
-  state_->apply(changed);
+  state_->settings.currencySymbol = std::move(symbol);
+  state_->invalidate();
 }
 
-std::string NumberFormatter::positiveFormat() const { return state_->built.positiveFormat; }
+std::string NumberFormatter::positiveFormat() const { return state_->current().formats(state_->settings).first; }
 
 void NumberFormatter::setPositiveFormat(std::string pattern) {
-  State::Settings changed = state_->settings;
-  changed.positiveFormat = std::move(pattern);
-  changed.fractionDigitsAfterFormats = false;
-  state_->apply(changed);
+  state_->settings.positiveFormat = std::move(pattern);
+  state_->settings.fractionDigitsAfterFormats = false;
+  state_->invalidate();
 }
 
-std::string NumberFormatter::negativeFormat() const { return state_->built.negativeFormat; }
+std::string NumberFormatter::negativeFormat() const { return state_->current().formats(state_->settings).second; }
 
 void NumberFormatter::setNegativeFormat(std::string pattern) {
-  State::Settings changed = state_->settings;
-  changed.negativeFormat = std::move(pattern);
-  changed.fractionDigitsAfterFormats = false;
-  state_->apply(changed);
+  state_->settings.negativeFormat = std::move(pattern);
+  state_->settings.fractionDigitsAfterFormats = false;
+  state_->invalidate();
 }
 
 std::optional<std::string> NumberFormatter::string(const Decimal& number) const {
-  const icu::number::LocalizedNumberFormatter* formatter = state_->built.formatter;
+  const icu::number::LocalizedNumberFormatter* formatter = state_->current().formatter;
   if (formatter == nullptr || number.isNaN()) return std::nullopt;
   // The exact decimal text, so no digit passes through a double.
   const std::string text = number.description();

@@ -19,14 +19,14 @@ namespace velquist::foundation {
 ///     formatter.setLocale(Locale("de_DE"));
 ///     formatter.string(Decimal(999, -2))  ->  "9,99 €"   (U+00A0 before the euro sign)
 ///
-/// Configuration: every setter rebuilds the ICU formatter from all settings made so far, in
-/// this order: the locale's own pattern for the style (for `none` plain integer digits, the
+/// Configuration: setters only record; the ICU formatter is built once from all settings
+/// when it is first used (formatting, or a getter of a derived value), in this order: the locale's own pattern for the style (for `none` plain integer digits, the
 /// pattern "#" without grouping), the rounding mode, the currency symbol, then the minimum
 /// fraction digits and the formats in the order they were last set. The formats replace the
 /// pattern with "positive;negative", the one not set taken from the pattern so far; so
 /// fraction digits set before the formats yield to the patterns' digits, and digits set after
-/// them override them. A setting that ICU rejects (a pattern it cannot read) is ignored: the
-/// formatter keeps its previous configuration. A locale identifier ICU cannot hold formats as
+/// them override them. Formats that ICU cannot read are ignored: the formatter keeps the
+/// locale's own pattern. A locale identifier ICU cannot hold formats as
 /// the root locale.
 ///
 ///     formatter.setLocale(Locale("en_US"));

@@ -16,15 +16,17 @@ using foundation::NumberFormatter;
 
 namespace {
 
+// Locales are equal by identifier, so the key holds the identifier (an auto-updating
+// locale's is what it names at the time of the call).
 struct FormatterKey {
-  Locale locale;
+  std::string localeIdentifier;
   PriceFormatter::RoundingMode roundingMode;
   friend bool operator==(const FormatterKey&, const FormatterKey&) = default;
 };
 
 struct FormatterKeyHash {
   std::size_t operator()(const FormatterKey& key) const {
-    return support::Hasher().combine(key.locale).combine(key.roundingMode).finalize();
+    return support::Hasher().combine(key.localeIdentifier).combine(key.roundingMode).finalize();
   }
 };
 
@@ -42,16 +44,17 @@ FormatterCache& cache() {
 }
 
 std::unique_ptr<NumberFormatter> makeFormatter(const FormatterKey& key) {
+  const Locale locale(key.localeIdentifier);
   auto formatter = std::make_unique<NumberFormatter>();
   formatter->setNumberStyle(NumberFormatter::Style::currency);
-  formatter->setLocale(key.locale);
+  formatter->setLocale(locale);
   formatter->setRoundingMode(key.roundingMode);
-  const auto region = key.locale.regionCode();
+  const auto region = locale.regionCode();
   const bool wholeAmountsPlain = region == "RU" || region == "IN" || region == "JP";
   formatter->setMinimumFractionDigits(wholeAmountsPlain ? 0 : 2);
   // The patterns come after the fraction digits, so for these two currencies the digits
   // follow the patterns.
-  const auto currency = key.locale.currencyCode();
+  const auto currency = locale.currencyCode();
   if (currency == "USD") {
     formatter->setCurrencySymbol("$");
     formatter->setPositiveFormat("¤0.00");
@@ -72,9 +75,11 @@ std::string replacingCurrencySymbolIfNeeded(std::string text) {
   static constexpr std::pair<std::string_view, std::string_view> solvaneCurrencySymboReplacementMap[] = {
       {"₺", "TRY"},
   };
-  if (!isSolvane(foundation::Bundle::main())) return text;
+  // Whether a sign occurs is asked first: it is the cheaper question, and the answer is the
+  // same in either order.
   for (const auto& [symbol, replacement] : solvaneCurrencySymboReplacementMap) {
     if (text.find(symbol) == std::string::npos) continue;
+    if (!isSolvane(foundation::Bundle::main())) return text;
     for (std::size_t at = text.find(symbol); at != std::string::npos;
          at = text.find(symbol, at + replacement.size())) {
       text.replace(at, symbol.size(), replacement);
@@ -110,8 +115,7 @@ void PriceFormatter::setRoundingMode(RoundingMode roundingMode) {
 }
 
 const NumberFormatter& PriceFormatter::formatter(const Locale& locale, RoundingMode roundingMode) {
-  // An auto-updating locale is keyed by what it names now.
-  FormatterKey key{Locale(locale.identifier()), roundingMode};
+  FormatterKey key{locale.identifier(), roundingMode};
   FormatterCache& shared = cache();
   support::LockGuard guard(shared.lock);
   auto found = shared.formatters.find(key);
@@ -129,8 +133,16 @@ std::size_t PriceFormatter::cachedFormatterCount() {
 }
 
 std::optional<std::string> PriceFormatter::string(const Decimal& price) const {
-  // Formatting happens outside the cache lock; a cached formatter is safe to share.
-  const NumberFormatter& numberFormatter = formatter(locale(), roundingMode());
+  // Both settings are read at once (another thread may still change them right after), and
+  // formatting happens outside every lock: a cached formatter is safe to share.
+  Locale currentLocale;
+  RoundingMode currentRoundingMode;
+  {
+    support::LockGuard guard(mutex_);
+    currentLocale = locale_;
+    currentRoundingMode = roundingMode_;
+  }
+  const NumberFormatter& numberFormatter = formatter(currentLocale, currentRoundingMode);
   auto text = numberFormatter.string(price);
   if (!text) return std::nullopt;
   return replacingCurrencySymbolIfNeeded(std::move(*text));
