@@ -155,3 +155,68 @@ TEST(VskDecode, BadInputGivesOneLineNamingTheKeyPathAndExitCodeTwo) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(VskPrice, PrintsTheAmountAndItsDisplayPrice) {
+  const struct {
+    std::vector<std::string> arguments;
+    const char* expected;
+  } cases[] = {
+      {{"price", "9.99", "--locale", "en_US"}, "amount: 9.99\ndisplay price: $9.99\n"},
+      {{"price", "4.99", "--locale", "en_US", "--per", "P1W", "--to", "P1Y"},
+       "amount: 260.3712140000000510976\ndisplay price: $260.37\n"},
+      {{"price", "4.99", "--locale", "en_US", "--per", "P1W", "--to", "P1Y", "--rounding", "up"},
+       "amount: 260.3712140000000510976\ndisplay price: $260.38\n"},
+      {{"price", "1234.5", "--locale", "de_DE"}, "amount: 1234.5\ndisplay price: 1.234,50\u00a0€\n"},
+      {{"price", "199", "--locale", "ru_RU"}, "amount: 199\ndisplay price: 199₽\n"},
+  };
+  for (const auto& c : cases) {
+    const RunResult result = runVsk(c.arguments);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, c.expected);
+  }
+}
+
+TEST(VskDiscount, PrintsTheSavingAndItsPercentage) {
+  const struct {
+    std::vector<std::string> arguments;
+    const char* expected;
+  } cases[] = {
+      {{"discount", "39.99", "P1Y", "4.99", "P1W", "--locale", "en_US"}, "discount: 0.85\ndisplay discount: 85%\n"},
+      {{"discount", "0.99", "P1W", "2.99", "P1M", "--locale", "en_US"}, "discount: -0.44\ndisplay discount: -44%\n"},
+      {{"discount", "12.5", "once", "100", "once", "--locale", "de_DE"},
+       "discount: 0.88\ndisplay discount: 88\u00a0%\n"},
+  };
+  for (const auto& c : cases) {
+    const RunResult result = runVsk(c.arguments);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, c.expected);
+  }
+}
+
+TEST(VskPriceAndDiscount, BadArgumentsGiveOneLineAndExitCodeTwo) {
+  const struct {
+    std::vector<std::string> arguments;
+    const char* expectedInError;
+  } cases[] = {
+      {{"price", "9.99"}, "--locale is required"},
+      {{"price", "abc", "--locale", "en_US"}, "'abc' is not an amount"},
+      {{"price", "9.99$", "--locale", "en_US"}, "'9.99$' is not an amount"},
+      {{"price", "9.99", "--locale", "en_US", "--rounding", "nearest"}, "unknown rounding rule 'nearest'"},
+      {{"price", "9.99", "--locale", "en_US", "--per", "P1W"}, "--per and --to go together"},
+      {{"price", "9.99", "--locale", "en_US", "--per", "P0W", "--to", "P1Y"}, "'P0W' is not a period"},
+      {{"price", "9.99", "--locale"}, "option --locale needs a value"},
+      {{"price", "9.99", "--currency", "EUR"}, "unknown option --currency"},
+      {{"discount", "39.99", "P1Y", "4.99"}, "expected <amount> <period> <amount> <period>"},
+      {{"discount", "39.99", "yearly", "4.99", "P1W"}, "'yearly' is not a period"},
+  };
+  for (const auto& c : cases) {
+    const RunResult result = runVsk(c.arguments);
+    EXPECT_EQ(result.exitCode, 2) << c.arguments[1];
+    EXPECT_NE(result.err.find(c.expectedInError), std::string::npos) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+  }
+}
+
+}  // namespace

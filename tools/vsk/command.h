@@ -2,8 +2,11 @@
 
 #include <functional>
 #include <iosfwd>
+#include <map>
+#include <optional>
 #include <span>
 #include <string>
+#include <stdexcept>
 #include <string_view>
 #include <vector>
 
@@ -29,6 +32,25 @@ struct Command {
 
 Command periodCommand();
 Command decodeCommand();
+Command priceCommand();
+Command discountCommand();
+
+/// Arguments split into positional ones and `--name value` options.
+struct ParsedArguments {
+  std::vector<std::string> positional;
+  std::map<std::string, std::string, std::less<>> options;
+
+  std::optional<std::string> option(std::string_view name) const;
+};
+
+/// Splits `arguments`, accepting only the option names given (each takes one value).
+/// Throws UsageError for an unknown option or an option without its value.
+ParsedArguments parseArguments(std::span<const std::string> arguments, std::initializer_list<std::string_view> optionNames);
+
+/// A mistake in how a command was called; reported on one line with exit code 2.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
 
 /// Reads a whole file; throws std::runtime_error naming the file when it cannot.
 std::string readFile(const std::string& path);

@@ -1,5 +1,6 @@
 // vsk: the VelquistStoreKit command-line tool.
 
+#include <algorithm>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -9,7 +10,7 @@
 namespace velquist::vsk {
 namespace {
 
-std::vector<Command> allCommands() { return {periodCommand(), decodeCommand()}; }
+std::vector<Command> allCommands() { return {periodCommand(), priceCommand(), discountCommand(), decodeCommand()}; }
 
 void printHelp(std::ostream& out) {
   out << "vsk - the VelquistStoreKit command-line tool\n"
@@ -19,8 +20,10 @@ void printHelp(std::ostream& out) {
          "\n"
          "Commands:\n";
   for (const Command& command : allCommands()) {
+    // Long usage lines put their summary on a line of its own.
     std::string usage(command.usage);
-    if (usage.size() < 40) usage.resize(40, ' ');
+    if (usage.size() > 30) usage += "\n" + std::string(32, ' ');
+    usage.resize(std::max<std::size_t>(usage.size(), 30), ' ');
     out << "  " << usage << "  " << command.summary << "\n";
   }
   out << "\n"

@@ -76,7 +76,8 @@ struct Product {
     /// The price charged for this period restated for `period`. Days to months and years and
     /// weeks to months and years use the fixed factors 30.417, 365.3, 4.345 and 52.1786 (as
     /// converted from doubles); every other pair multiplies by the ratio of day counts,
-    /// computed in double.
+    /// computed in double (a receiver of zero days makes that ratio infinite, which stops the
+    /// process as the platform's conversion of an infinity does).
     ///
     ///     month(1).convertPrice(9.99, year(1))  ->  119.88
     ///     week(1).convertPrice(4.99, year(1))   ->  260.3712140000000510976
