@@ -1,31 +1,66 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "velquist/foundation/locale.h"
 
 /// The localisation catalogue: every text the library shows, for the current language.
 ///
-/// The texts live in data files, one per language (`en.json`, `ru.json`, ...), built into
-/// the library. Each call reads the language of `foundation::Locale::current()`; an entry
-/// missing for that language (or a language without a file) falls back to English, and an
-/// entry missing in English too gives its own key. Adding a language is adding a file.
+/// The texts live in data files, one per language (`data/l10n/en.json`, `ru.json`, ...),
+/// built into the library. Each call reads the language of `foundation::Locale::current()`
+/// afresh; an entry missing for that language (or a language without a file) falls back to
+/// English, and an entry missing in English too gives its own key. Adding a language is
+/// adding a file.
 ///
 ///     L10n::Product::SubscriptionPeriod::Unit::Week::plural2()  ->  "weeks" (en), "недель" (ru)
 ///     L10n::Product::SubscriptionOffer::freeTrial(7, "days")     ->  "7 days free" (en)
+///     L10n::text("No.Such.Key")                                  ->  "No.Such.Key"
 ///
-/// Thread-safe.
+/// Thread-safe: the built-in texts are read once, on first use, and never change after.
 namespace velquist::coreui::L10n {
+
+/// A set of languages' texts with the lookup rules above. The functions of this namespace
+/// read the built-in one (`Catalogue::builtIn()`); a host or a test may build its own.
+///
+/// Immutable once built: one object may be read from several threads at once.
+class Catalogue {
+ public:
+  /// A language code ("en") and the text of its data file: a JSON object whose members are
+  /// the full keys and their texts.
+  using DataFile = std::pair<std::string_view, std::string_view>;
+
+  /// Reads the data files. Throws foundation::DecodingError when a text is not valid JSON,
+  /// not an object, or has a member that is not a string; the error's coding path names the
+  /// language (and the key), e.g. "typeMismatch at ru.Product.SubscriptionPeriod.Unit.day".
+  /// A key given twice keeps its last text, also across two files of one language.
+  explicit Catalogue(const std::vector<DataFile>& files);
+
+  /// The built-in catalogue, read from the shipped data files on first use. The build checks
+  /// those files, so this does not throw.
+  static const Catalogue& builtIn();
+
+  /// The entry's text in `languageCode`, else in English, else `key` itself.
+  std::string text(std::string_view key, std::string_view languageCode) const;
+  /// The language codes that have a data file, sorted.
+  std::vector<std::string> languageCodes() const;
+
+ private:
+  using Entries = std::map<std::string, std::string, std::less<>>;
+  std::map<std::string, Entries, std::less<>> languages_;
+};
 
 /// The text of one entry, by its full key ("Product.SubscriptionPeriod.Unit.Day.plural"),
 /// for the current language.
 std::string text(std::string_view key);
 /// The same for a given language code ("en", "ru").
 std::string text(std::string_view key, std::string_view languageCode);
-/// The language codes that have a data file, sorted.
+/// The language codes that have a data file, sorted: {"de", "en", "ru"}.
 std::vector<std::string> availableLanguages();
 
 namespace Product::SubscriptionPeriod::Unit {
@@ -61,7 +96,11 @@ std::string recurrent();
 
 namespace Product::SubscriptionOffer {
 /// The free-trial sentence for a trial of `length` units; `unitWord` is the unit's word as
-/// the caller chose it for that number ("days"). The sentence places the number itself.
+/// the caller chose it for that number ("days"). The sentence places the number itself, as
+/// plain ASCII digits with "-" before a negative number; neither argument is re-read for
+/// placeholders.
+///
+///     freeTrial(3, "days")  ->  "3 days free" (en), freeTrial(3, "дня") -> "3 дня бесплатно" (ru)
 std::string freeTrial(std::int64_t length, std::string_view unitWord);
 namespace PaymentMode {
 std::string payAsYouGo();
