@@ -80,7 +80,7 @@ std::string formatted(Unit unit, UnitStyle style, GrammaticalNumber number) {
   return entries.singular();
 }
 
-std::string Period::UnitFormatStyle::format(Unit unit) const { return formatted(unit, style_, number_); }
+std::string Period::UnitFormatStyle::format(Unit unit) const { return storekit::formatted(unit, style_, number_); }
 
 Period::FormatStyle Period::FormatStyle::unitStyle(UnitStyle replacement) const {
   FormatStyle copy = *this;
@@ -136,7 +136,7 @@ std::string Period::FormatStyle::format(const Period& period) const {
     valueText = std::to_string(period.value);  // ASCII digits, no grouping, whatever the locale
   }
 
-  std::string word = formatted(wordUnit, unitStyle_, number);
+  std::string word = storekit::formatted(wordUnit, unitStyle_, number);
   if (!valueText) return word;
   return *valueText + " " + word;
 }

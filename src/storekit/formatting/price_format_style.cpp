@@ -7,6 +7,15 @@ namespace velquist::storekit {
 using Price = Product::FormatStyle::Price;
 using formatting::UnitStyle;
 
+namespace {
+
+// The price as currency text in the product's own locale, or nothing.
+std::optional<std::string> priceText(const Decimal& amount, const Product& product, FloatingPointRoundingRule rule) {
+  return Product::displayPrice(amount, product.priceLocale, rule);
+}
+
+}  // namespace
+
 Price Product::FormatStyle::price(std::optional<SubscriptionPeriod> subscriptionPeriod) {
   return Price(FloatingPointRoundingRule::down, Price::Separator::slash, subscriptionPeriod,
                Price::SubscriptionPeriodStyle::automatic, UnitStyle::complete);
@@ -56,7 +65,7 @@ Price Price::locale(const Locale&) const { return *this; }
 
 std::string Price::format(const Product& product) const {
   if (!product.subscription) {
-    return Product::displayPrice(product.price, product.priceLocale, roundingRule_).value_or("");
+    return priceText(product.price, product, roundingRule_).value_or("");
   }
 
   // A period given by the style restates the price for it and is the one written.
@@ -64,7 +73,7 @@ std::string Price::format(const Product& product) const {
   const Decimal amount = subscriptionPeriod_ ? own.convertPrice(product.price, *subscriptionPeriod_) : product.price;
   const SubscriptionPeriod written = subscriptionPeriod_.value_or(own);
 
-  const std::optional<std::string> pricePart = Product::displayPrice(amount, product.priceLocale, roundingRule_);
+  const std::optional<std::string> pricePart = priceText(amount, product, roundingRule_);
   std::optional<std::string> periodPart;
   if (subscriptionPeriodStyle_ == SubscriptionPeriodStyle::automatic) {
     periodPart = SubscriptionPeriod::FormatStyle(subscriptionPeriodUnitStyle_).format(written);
