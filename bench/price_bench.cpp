@@ -52,9 +52,9 @@ std::string icuFormat(const icu::DecimalFormat& format, const std::string& numbe
 void displayPriceWarmLibrary(benchmark::State& state) {
   const Decimal price = *Decimal::fromString("1234.99");
   const Locale locale("de_DE");
-  Product::displayPrice(price, locale, FloatingPointRoundingRule::down);
+  velquist::storekit::displayPrice(price, locale, FloatingPointRoundingRule::down);
   for (auto _ : state) {
-    benchmark::DoNotOptimize(Product::displayPrice(price, locale, FloatingPointRoundingRule::down));
+    benchmark::DoNotOptimize(velquist::storekit::displayPrice(price, locale, FloatingPointRoundingRule::down));
   }
 }
 
@@ -76,7 +76,7 @@ std::string freshIdentifier() {
 void displayPriceNewLocaleLibrary(benchmark::State& state) {
   const Decimal price = *Decimal::fromString("1234.99");
   for (auto _ : state) {
-    benchmark::DoNotOptimize(Product::displayPrice(price, Locale(freshIdentifier()), FloatingPointRoundingRule::down));
+    benchmark::DoNotOptimize(velquist::storekit::displayPrice(price, Locale(freshIdentifier()), FloatingPointRoundingRule::down));
   }
 }
 

@@ -101,16 +101,16 @@ TEST(DisplayPrice, RoundingRulesMapToFormatterModesIncludingTheOddRows) {
   const Locale us("en_US");
   for (const auto& c : cases) {
     SCOPED_TRACE(static_cast<int>(c.rule));
-    EXPECT_EQ(Product::displayPrice(dec("9.985"), us, c.rule), c.at985);
-    EXPECT_EQ(Product::displayPrice(dec("9.987"), us, c.rule), c.at987);
-    EXPECT_EQ(Product::displayPrice(dec("9.981"), us, c.rule), c.at981);
+    EXPECT_EQ(displayPrice(dec("9.985"), us, c.rule), c.at985);
+    EXPECT_EQ(displayPrice(dec("9.987"), us, c.rule), c.at987);
+    EXPECT_EQ(displayPrice(dec("9.981"), us, c.rule), c.at981);
   }
   // Each call leaves its own settings on the shared formatter for the next one to replace.
-  EXPECT_EQ(Product::displayPrice(dec("9.99"), Locale("de_DE"), Rule::down), "9,99\u00a0€");
+  EXPECT_EQ(displayPrice(dec("9.99"), Locale("de_DE"), Rule::down), "9,99\u00a0€");
   EXPECT_EQ(priceFormatter().locale(), Locale("de_DE"));
-  EXPECT_EQ(Product::displayPrice(dec("9.99"), us, Rule::up), "$9.99");
+  EXPECT_EQ(displayPrice(dec("9.99"), us, Rule::up), "$9.99");
   EXPECT_EQ(priceFormatter().roundingMode(), PriceFormatter::RoundingMode::up);
-  EXPECT_EQ(Product::displayPrice(Decimal::nan(), us, Rule::down), std::nullopt);
+  EXPECT_EQ(displayPrice(Decimal::nan(), us, Rule::down), std::nullopt);
 }
 
 TEST(PriceFormatter, AppliesTheRegionAndCurrencyChoices) {
@@ -178,7 +178,7 @@ TEST(PriceFormatter, SharedFormatterIsSafeToUseFromManyThreads) {
   for (const auto& [locale, ignored] : locales) {
     threads.emplace_back([&, id = std::string(locale)] {
       for (int i = 0; i < 200; ++i) {
-        const auto text = Product::displayPrice(dec("4.99"), Locale(id), Rule::down);
+        const auto text = displayPrice(dec("4.99"), Locale(id), Rule::down);
         const bool known = std::any_of(locales.begin(), locales.end(), [&](const auto& l) { return l.second == text; });
         if (!known) ++invalid;
         (void)PriceFormatter::formatter(Locale(id), PriceFormatter::RoundingMode::up).string(dec("1"));

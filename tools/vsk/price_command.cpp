@@ -70,7 +70,7 @@ Command priceCommand() {
           if (parsed.option("per")) {
             amount = periodArgument(*parsed.option("per")).convertPrice(amount, periodArgument(*parsed.option("to")));
           }
-          const auto text = Product::displayPrice(amount, foundation::Locale(*locale), *rule);
+          const auto text = storekit::displayPrice(amount, foundation::Locale(*locale), *rule);
           out << "amount: " << amount.description() << "\n"
               << "display price: " << text.value_or("(none)") << "\n";
           return text ? success : failure;

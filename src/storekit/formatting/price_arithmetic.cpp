@@ -50,8 +50,8 @@ std::optional<std::string> Product::displayDiscount(const Product& other) const 
   return discountFormatter().string(*saving);
 }
 
-std::optional<std::string> Product::displayPrice(const Decimal& price, const Locale& priceLocale,
-                                                 FloatingPointRoundingRule roundingRule) {
+std::optional<std::string> displayPrice(const Decimal& price, const Locale& priceLocale,
+                                        FloatingPointRoundingRule roundingRule) {
   PriceFormatter& formatter = priceFormatter();
   formatter.setLocale(priceLocale);
   formatter.setRoundingMode(roundingMode(roundingRule));

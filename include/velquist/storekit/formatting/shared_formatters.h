@@ -11,7 +11,7 @@ namespace velquist::storekit {
 /// Made on first use, thread-safely; lives until the process ends.
 foundation::NumberFormatter& discountFormatter();
 
-/// The process-wide price formatter of `Product::displayPrice`, made on first use with the
+/// The process-wide price formatter of `displayPrice`, made on first use with the
 /// auto-updating current locale and rounding down. Each `displayPrice` call leaves its own
 /// locale and rounding mode on it; nothing restores them.
 PriceFormatter& priceFormatter();

@@ -182,11 +182,6 @@ struct Product {
   /// The discount formatted as a percentage in the current locale: "85%".
   std::optional<std::string> displayDiscount(const Product& other) const;
 
-  /// A price as currency text in `priceLocale`, rounded by `roundingRule`, through the shared
-  /// price formatter: "$9.99", "9,99 €". Absent when the formatter produces no text.
-  static std::optional<std::string> displayPrice(const Decimal& price, const Locale& priceLocale,
-                                                 FloatingPointRoundingRule roundingRule);
-
   /// The product as text by any style whose input is a product.
   template <class Style>
   auto formatted(const Style& style) const {
@@ -195,6 +190,13 @@ struct Product {
 
   friend bool operator==(const Product&, const Product&) = default;
 };
+
+/// A price as currency text in `priceLocale`, rounded by `roundingRule`, through the shared
+/// price formatter: "$9.99", "9,99 €". Absent when the formatter produces no text. (The
+/// product's own `displayPrice` field holds this text for its price; C++ cannot give a
+/// static function the name of a field, so the operation lives beside the record.)
+std::optional<std::string> displayPrice(const Decimal& price, const Locale& priceLocale,
+                                        FloatingPointRoundingRule roundingRule);
 
 /// The grammatical number of a count, by its absolute value alone (21 is `pluralTwo`). The
 /// most negative 64-bit integer has no absolute value and stops the process.
