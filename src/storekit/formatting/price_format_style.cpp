@@ -11,7 +11,7 @@ namespace {
 
 // The price as currency text in the product's own locale, or nothing.
 std::optional<std::string> priceText(const Decimal& amount, const Product& product, FloatingPointRoundingRule rule) {
-  return Product::displayPrice(amount, product.priceLocale, rule);
+  return storekit::displayPrice(amount, product.priceLocale, rule);
 }
 
 }  // namespace

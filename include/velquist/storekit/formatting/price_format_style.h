@@ -3,7 +3,7 @@
 // The price format style: a product's price with its subscription period, for paywalls.
 //
 // Thread-safety: the style is a value; one object may be read from many threads.
-// Formatting goes through `Product::displayPrice`, which shares one price formatter across
+// Formatting goes through `displayPrice`, which shares one price formatter across
 // the process (see there for what concurrent use means).
 
 #include <array>
@@ -38,7 +38,7 @@ struct Product::FormatStyle {
 /// joint, then the period as `SubscriptionPeriod::FormatStyle` writes it with
 /// `subscriptionPeriodUnitStyle` (so a one-unit period is the bare word). The joint is
 /// " / " for `slash`, "/" for `slash` with the `shortened` unit style, and one space for
-/// `omitted`. The price is `Product::displayPrice` in the product's `priceLocale` with
+/// `omitted`. The price is `displayPrice` in the product's `priceLocale` with
 /// `roundingRule`; when it gives no text, the period alone is written. A product without a
 /// subscription is its price alone (or the empty text), whatever the style says. In en_US:
 ///
