@@ -19,12 +19,25 @@ namespace velquist::foundation {
 ///     formatter.setLocale(Locale("de_DE"));
 ///     formatter.string(Decimal(999, -2))  ->  "9,99 €"   (U+00A0 before the euro sign)
 ///
-/// Configuration: each setter takes effect for the following calls. Setting the style or the
-/// locale starts again from that locale's own pattern for the style and then re-applies the
-/// other settings made so far, in the order they were first made.
+/// Configuration: every setter rebuilds the ICU formatter from all settings made so far, in
+/// this order: the locale's own pattern for the style (for `none` plain integer digits, the
+/// pattern "#" without grouping), the rounding mode, the currency symbol, then the minimum
+/// fraction digits and the formats in the order they were last set. The formats replace the
+/// pattern with "positive;negative", the one not set taken from the pattern so far; so
+/// fraction digits set before the formats yield to the patterns' digits, and digits set after
+/// them override them. A setting that ICU rejects (a pattern it cannot read) is ignored: the
+/// formatter keeps its previous configuration. A locale identifier ICU cannot hold formats as
+/// the root locale.
 ///
-/// Thread-safety: `string` may be called from many threads at once on one formatter;
-/// configuring a formatter while another thread formats with it is not allowed.
+///     formatter.setLocale(Locale("en_US"));
+///     formatter.setPositiveFormat("¤0.00");
+///     formatter.setNegativeFormat("-¤0.00");
+///     formatter.string(Decimal(-123450, -2))  ->  "-$1234.50"
+///     formatter.setLocale(Locale("de_DE"));   // the formats stay, in German digits
+///     formatter.string(Decimal(-123450, -2))  ->  "-€1234,50"
+///
+/// Thread-safety: `string` and the getters may be called from many threads at once on one
+/// formatter; configuring a formatter while another thread uses it is not allowed.
 class NumberFormatter {
  public:
   /// The platform's number styles (raw values as the platform numbers them).
@@ -45,6 +58,7 @@ class NumberFormatter {
   RoundingMode roundingMode() const;
   void setRoundingMode(RoundingMode mode);
   int minimumFractionDigits() const;
+  /// Counts outside 0...127 are clamped to that range.
   void setMinimumFractionDigits(int digits);
   int maximumFractionDigits() const;
   std::string currencySymbol() const;
@@ -56,7 +70,7 @@ class NumberFormatter {
   std::string negativeFormat() const;
   void setNegativeFormat(std::string pattern);
 
-  /// The text of `number`, or nothing where ICU produces none (NaN, a failure).
+  /// The text of `number`, or nothing for NaN or where ICU produces none.
   std::optional<std::string> string(const Decimal& number) const;
 
  private:

@@ -1,0 +1,276 @@
+#include "velquist/foundation/number_formatter.h"
+
+#include <algorithm>
+#include <climits>
+#include <string_view>
+#include <utility>
+
+#include <unicode/dcfmtsym.h>
+#include <unicode/decimfmt.h>
+#include <unicode/numberformatter.h>
+#include <unicode/numfmt.h>
+#include <unicode/unistr.h>
+
+namespace velquist::foundation {
+
+namespace {
+
+// The most fraction digits ICU reports back consistently; it prints more but then answers
+// 127 when asked.
+constexpr int maxFractionDigits = 127;
+
+icu::UnicodeString fromUtf8(std::string_view text) {
+  if (text.size() > static_cast<std::size_t>(INT32_MAX)) return icu::UnicodeString();
+  return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+}
+
+std::string toUtf8(const icu::UnicodeString& text) {
+  std::string result;
+  text.toUTF8String(result);
+  return result;
+}
+
+// The ICU locale a Locale names. An identifier ICU cannot hold (an embedded NUL, or one it
+// marks bogus, such as an overlong one) formats as the root locale.
+icu::Locale icuLocale(const Locale& locale) {
+  const std::string identifier = locale.identifier();
+  if (identifier.find('\0') != std::string::npos) return icu::Locale::getRoot();
+  icu::Locale result(identifier.c_str());
+  return result.isBogus() ? icu::Locale::getRoot() : result;
+}
+
+icu::DecimalFormat::ERoundingMode icuRoundingMode(NumberFormatter::RoundingMode mode) {
+  using Mode = NumberFormatter::RoundingMode;
+  switch (mode) {
+    case Mode::ceiling: return icu::DecimalFormat::kRoundCeiling;
+    case Mode::floor: return icu::DecimalFormat::kRoundFloor;
+    case Mode::down: return icu::DecimalFormat::kRoundDown;
+    case Mode::up: return icu::DecimalFormat::kRoundUp;
+    case Mode::halfEven: return icu::DecimalFormat::kRoundHalfEven;
+    case Mode::halfDown: return icu::DecimalFormat::kRoundHalfDown;
+    case Mode::halfUp: return icu::DecimalFormat::kRoundHalfUp;
+  }
+  return icu::DecimalFormat::kRoundHalfEven;
+}
+
+UNumberFormatStyle icuStyle(NumberFormatter::Style style) {
+  switch (style) {
+    case NumberFormatter::Style::currency: return UNUM_CURRENCY;
+    case NumberFormatter::Style::percent: return UNUM_PERCENT;
+    case NumberFormatter::Style::decimal:
+    case NumberFormatter::Style::none: break;
+  }
+  return UNUM_DECIMAL;
+}
+
+// The locale's own decimal format for the style. Style `none` is the decimal format
+// reduced to the pattern "#": integer digits without grouping. A numbering system
+// that ICU spells out by rules (`@numbers=roman`) gives no decimal format; the locale's
+// default digits are used then.
+std::unique_ptr<icu::DecimalFormat> styleFormat(NumberFormatter::Style style, icu::Locale locale) {
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::NumberFormat> created(icu::NumberFormat::createInstance(locale, icuStyle(style), status));
+    if (U_FAILURE(status)) return nullptr;
+    if (auto* decimal = dynamic_cast<icu::DecimalFormat*>(created.get())) {
+      created.release();
+      std::unique_ptr<icu::DecimalFormat> format(decimal);
+      if (style == NumberFormatter::Style::none) format->applyPattern(u"#", status);
+      return U_SUCCESS(status) ? std::move(format) : nullptr;
+    }
+    status = U_ZERO_ERROR;
+    locale.setKeywordValue("numbers", nullptr, status);
+    if (U_FAILURE(status)) return nullptr;
+  }
+  return nullptr;
+}
+
+// A pattern's positive and negative parts, split at the first ';' outside quotes. An absent
+// negative part means the minus sign before the positive part, as ICU reads it.
+std::pair<icu::UnicodeString, icu::UnicodeString> patternParts(const icu::UnicodeString& pattern) {
+  bool quoted = false;
+  for (int32_t i = 0; i < pattern.length(); ++i) {
+    const char16_t unit = pattern.charAt(i);
+    if (unit == u'\'') quoted = !quoted;
+    if (unit == u';' && !quoted) return {pattern.tempSubString(0, i), pattern.tempSubString(i + 1)};
+  }
+  return {pattern, icu::UnicodeString(u"-") + pattern};
+}
+
+}  // namespace
+
+// The settings made so far and the ICU formatter built from them. The formatter is rebuilt
+// from scratch by every setter, so it is always a function of the settings alone.
+struct NumberFormatter::State {
+  struct Settings {
+    Style style = Style::none;
+    Locale locale;
+    RoundingMode roundingMode = RoundingMode::halfEven;
+    std::optional<int> minimumFractionDigits;
+    std::optional<std::string> currencySymbol;
+    std::optional<std::string> positiveFormat;
+    std::optional<std::string> negativeFormat;
+    // Whether minimum fraction digits were set after the latest of the two formats; the one
+    // set later wins where they disagree.
+    bool fractionDigitsAfterFormats = false;
+  };
+
+  // ICU's formatter and what the getters report about it, all fixed once built.
+  struct Built {
+    std::unique_ptr<icu::DecimalFormat> format;
+    const icu::number::LocalizedNumberFormatter* formatter = nullptr;  // owned by `format`
+    int minimumFractionDigits = 0;
+    int maximumFractionDigits = 0;
+    std::string currencySymbol;
+    std::string positiveFormat;
+    std::string negativeFormat;
+  };
+
+  Settings settings;
+  Built built;  // formatter null only if ICU could build nothing at all
+
+  static std::optional<Built> build(const Settings& settings);
+  // Adopts `changed` when ICU accepts it; otherwise the formatter stays as it was.
+  void apply(const Settings& changed) {
+    if (auto rebuilt = build(changed)) {
+      settings = changed;
+      built = std::move(*rebuilt);
+    }
+  }
+};
+
+std::optional<NumberFormatter::State::Built> NumberFormatter::State::build(const Settings& settings) {
+  Built built;
+  built.format = styleFormat(settings.style, icuLocale(settings.locale));
+  if (!built.format) return std::nullopt;
+  icu::DecimalFormat& format = *built.format;
+
+  format.setRoundingMode(icuRoundingMode(settings.roundingMode));
+  if (settings.currencySymbol) {
+    icu::DecimalFormatSymbols symbols(*format.getDecimalFormatSymbols());
+    symbols.setSymbol(icu::DecimalFormatSymbols::kCurrencySymbol, fromUtf8(*settings.currencySymbol));
+    format.setDecimalFormatSymbols(symbols);
+  }
+
+  UErrorCode status = U_ZERO_ERROR;
+  const auto applyFractionDigits = [&] {
+    if (settings.minimumFractionDigits) format.setMinimumFractionDigits(*settings.minimumFractionDigits);
+  };
+  const auto applyFormats = [&] {
+    if (!settings.positiveFormat && !settings.negativeFormat) return;
+    // A format not set keeps the current one, so each may be set alone.
+    icu::UnicodeString current;
+    auto [positive, negative] = patternParts(format.toPattern(current));
+    if (settings.positiveFormat) positive = fromUtf8(*settings.positiveFormat);
+    if (settings.negativeFormat) negative = fromUtf8(*settings.negativeFormat);
+    format.applyPattern(positive + u";" + negative, status);
+  };
+  if (settings.fractionDigitsAfterFormats) {
+    applyFormats();
+    applyFractionDigits();
+  } else {
+    applyFractionDigits();
+    applyFormats();
+  }
+  if (U_FAILURE(status)) return std::nullopt;
+
+  built.formatter = format.toNumberFormatter(status);
+  if (U_FAILURE(status) || built.formatter == nullptr) return std::nullopt;
+  // Settings ICU takes but cannot format with are caught here, once, rather than on every
+  // later call.
+  static_cast<void>(built.formatter->formatInt(0, status));
+  if (U_FAILURE(status)) return std::nullopt;
+
+  built.minimumFractionDigits = format.getMinimumFractionDigits();
+  built.maximumFractionDigits = format.getMaximumFractionDigits();
+  built.currencySymbol = toUtf8(format.getDecimalFormatSymbols()->getConstSymbol(icu::DecimalFormatSymbols::kCurrencySymbol));
+  icu::UnicodeString pattern;
+  const auto [positive, negative] = patternParts(format.toPattern(pattern));
+  built.positiveFormat = settings.positiveFormat.value_or(toUtf8(positive));
+  built.negativeFormat = settings.negativeFormat.value_or(toUtf8(negative));
+  return built;
+}
+
+NumberFormatter::NumberFormatter() : state_(std::make_unique<State>()) {
+  state_->settings.locale = Locale::current();
+  if (auto built = State::build(state_->settings)) state_->built = std::move(*built);
+}
+
+NumberFormatter::~NumberFormatter() = default;
+
+NumberFormatter::Style NumberFormatter::numberStyle() const { return state_->settings.style; }
+
+void NumberFormatter::setNumberStyle(Style style) {
+  State::Settings changed = state_->settings;
+  changed.style = style;
+  state_->apply(changed);
+}
+
+Locale NumberFormatter::locale() const { return state_->settings.locale; }
+
+void NumberFormatter::setLocale(Locale locale) {
+  State::Settings changed = state_->settings;
+  changed.locale = std::move(locale);
+  state_->apply(changed);
+}
+
+NumberFormatter::RoundingMode NumberFormatter::roundingMode() const { return state_->settings.roundingMode; }
+
+void NumberFormatter::setRoundingMode(RoundingMode mode) {
+  State::Settings changed = state_->settings;
+  changed.roundingMode = mode;
+  state_->apply(changed);
+}
+
+int NumberFormatter::minimumFractionDigits() const { return state_->built.minimumFractionDigits; }
+
+void NumberFormatter::setMinimumFractionDigits(int digits) {
+  State::Settings changed = state_->settings;
+  changed.minimumFractionDigits = std::clamp(digits, 0, maxFractionDigits);
+  changed.fractionDigitsAfterFormats = true;
+  state_->apply(changed);
+}
+
+int NumberFormatter::maximumFractionDigits() const { return state_->built.maximumFractionDigits; }
+
+std::string NumberFormatter::currencySymbol() const { return state_->built.currencySymbol; }
+
+void NumberFormatter::setCurrencySymbol(std::string symbol) {
+  State::Settings changed = state_->settings;
+  changed.currencySymbol = std::move(symbol);
+  state_->apply(changed);
+}
+
+std::string NumberFormatter::positiveFormat() const { return state_->built.positiveFormat; }
+
+void NumberFormatter::setPositiveFormat(std::string pattern) {
+  State::Settings changed = state_->settings;
+  changed.positiveFormat = std::move(pattern);
+  changed.fractionDigitsAfterFormats = false;
+  state_->apply(changed);
+}
+
+std::string NumberFormatter::negativeFormat() const { return state_->built.negativeFormat; }
+
+void NumberFormatter::setNegativeFormat(std::string pattern) {
+  State::Settings changed = state_->settings;
+  changed.negativeFormat = std::move(pattern);
+  changed.fractionDigitsAfterFormats = false;
+  state_->apply(changed);
+}
+
+std::optional<std::string> NumberFormatter::string(const Decimal& number) const {
+  const icu::number::LocalizedNumberFormatter* formatter = state_->built.formatter;
+  if (formatter == nullptr || number.isNaN()) return std::nullopt;
+  // The exact decimal text, so no digit passes through a double.
+  const std::string text = number.description();
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::number::FormattedNumber formatted =
+      formatter->formatDecimal(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())), status);
+  if (U_FAILURE(status)) return std::nullopt;
+  const icu::UnicodeString result = formatted.toTempString(status);
+  if (U_FAILURE(status)) return std::nullopt;
+  return toUtf8(result);
+}
+
+}  // namespace velquist::foundation
