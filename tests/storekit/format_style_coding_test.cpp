@@ -48,23 +48,16 @@ void expectRoundTrip(const T& value) {
 
 TEST(FormatStyleCoding, EveryStyleRoundTrips) {
   const Price price = Product::FormatStyle::price();
-  for (const Price& style : {price, Product::FormatStyle::price(Period::week(2)),
-                             price.separator(Price::Separator::omitted),
-                             price.subscriptionPeriodStyle(Price::SubscriptionPeriodStyle::omitted),
-                             price.subscriptionPeriodUnitStyle(UnitStyle::shortened),
-                             price.subscriptionPeriodUnitStyle(UnitStyle::recurrent)}) {
+  for (const Price& style :
+       {price, Product::FormatStyle::price(Period::week(2)), price.separator(Price::Separator::omitted),
+        price.subscriptionPeriodStyle(Price::SubscriptionPeriodStyle::omitted),
+        price.subscriptionPeriodUnitStyle(UnitStyle::shortened), price.subscriptionPeriodUnitStyle(UnitStyle::recurrent),
+        price.roundingRule(FloatingPointRoundingRule::toNearestOrAwayFromZero),
+        price.roundingRule(FloatingPointRoundingRule::towardZero)}) {
     expectRoundTrip(style);
   }
-  for (auto rule : {FloatingPointRoundingRule::toNearestOrAwayFromZero, FloatingPointRoundingRule::toNearestOrEven,
-                    FloatingPointRoundingRule::up, FloatingPointRoundingRule::down,
-                    FloatingPointRoundingRule::towardZero, FloatingPointRoundingRule::awayFromZero}) {
-    expectRoundTrip(price.roundingRule(rule));
-  }
-  for (const PeriodStyle& style :
-       {PeriodStyle(), PeriodStyle(UnitStyle::shortened, {Unit::year, Unit::week}, {Unit::week}),
-        PeriodStyle().valueDisplayStrategy(ValueDisplayStrategy::always).unitStyle(UnitStyle::recurrent)}) {
-    expectRoundTrip(style);
-  }
+  expectRoundTrip(PeriodStyle(UnitStyle::shortened, {Unit::year, Unit::week}, {Unit::week}));
+  expectRoundTrip(PeriodStyle().valueDisplayStrategy(ValueDisplayStrategy::always));
   for (auto number : {GrammaticalNumber::singular, GrammaticalNumber::plural, GrammaticalNumber::pluralTwo}) {
     expectRoundTrip(UnitFormatStyle(UnitStyle::complete, number));
   }

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <limits>
 
 #include "common/hash_testing.h"
@@ -14,18 +13,20 @@ namespace {
 using foundation::Locale;
 using formatting::GrammaticalNumber;
 using formatting::UnitStyle;
-using formatting::ValueDisplayStrategy;
 using Period = Product::SubscriptionPeriod;
 using Unit = Period::Unit;
 using Style = Period::FormatStyle;
 using UnitFormatStyle = Period::UnitFormatStyle;
+using Word = std::string (*)();
 namespace W = coreui::L10n::Product::SubscriptionPeriod::Unit;
 
+constexpr auto always = formatting::ValueDisplayStrategy::always;
+constexpr auto shortened = UnitStyle::shortened;
+constexpr auto recurrent = UnitStyle::recurrent;
 constexpr std::int64_t int64Min = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t int64Max = std::numeric_limits<std::int64_t>::max();
 
-// The word tables run in Russian, where the two plural forms differ ("недели", "недель"),
-// so that a swapped entry shows.
+// The word tables run in Russian, where the two plural forms differ, so a swap shows.
 class PeriodFormatStyle : public ::testing::Test {
  protected:
   void SetUp() override { Locale::setCurrent(Locale("ru_RU")); }
@@ -33,26 +34,18 @@ class PeriodFormatStyle : public ::testing::Test {
 };
 
 TEST(GrammaticalNumber, LooksAtTheAbsoluteValueOnly) {
-  const struct {
-    std::int64_t count;
-    GrammaticalNumber expected;
-  } cases[] = {
-      {0, GrammaticalNumber::singular},  {1, GrammaticalNumber::singular},      {-1, GrammaticalNumber::singular},
-      {2, GrammaticalNumber::plural},    {4, GrammaticalNumber::plural},        {-3, GrammaticalNumber::plural},
-      {5, GrammaticalNumber::pluralTwo}, {21, GrammaticalNumber::pluralTwo},    {22, GrammaticalNumber::pluralTwo},
-      {104, GrammaticalNumber::pluralTwo}, {-5, GrammaticalNumber::pluralTwo}, {int64Max, GrammaticalNumber::pluralTwo},
-      {int64Min + 1, GrammaticalNumber::pluralTwo},
+  using enum GrammaticalNumber;
+  const std::pair<std::int64_t, GrammaticalNumber> cases[] = {
+      {0, singular},  {1, singular},  {-1, singular},  {2, plural},          {4, plural},
+      {-3, plural},   {5, pluralTwo}, {21, pluralTwo}, {104, pluralTwo},     {-5, pluralTwo},
+      {int64Max, pluralTwo}, {int64Min + 1, pluralTwo},
   };
-  for (const auto& c : cases) EXPECT_EQ(grammaticalNumber(c.count), c.expected) << c.count;
-}
-
-TEST(GrammaticalNumberDeathTest, TheMostNegativeIntegerStopsTheProcess) {
+  for (const auto& [count, expected] : cases) EXPECT_EQ(grammaticalNumber(count), expected) << count;
   EXPECT_DEATH(grammaticalNumber(int64Min), "Fatal error: .*-9223372036854775808");
   EXPECT_DEATH(Style().format(Period::day(int64Min)), "Fatal error: ");
 }
 
 TEST_F(PeriodFormatStyle, UnitWordByStyleAndNumber) {
-  using Word = std::string (*)();
   const struct {
     Unit unit;
     Word singular, plural, plural2, compactName, recurrent;
@@ -64,63 +57,57 @@ TEST_F(PeriodFormatStyle, UnitWordByStyleAndNumber) {
   };
   for (const auto& u : units) {
     SCOPED_TRACE(description(u.unit));
-    EXPECT_EQ(UnitFormatStyle(UnitStyle::complete, GrammaticalNumber::singular).format(u.unit), u.singular());
-    EXPECT_EQ(UnitFormatStyle(UnitStyle::complete, GrammaticalNumber::plural).format(u.unit), u.plural());
-    EXPECT_EQ(UnitFormatStyle(UnitStyle::complete, GrammaticalNumber::pluralTwo).format(u.unit), u.plural2());
-    // Compact and recurrent names are the same for every number.
+    EXPECT_EQ(UnitFormatStyle().format(u.unit), u.singular());
+    EXPECT_EQ(UnitFormatStyle().number(GrammaticalNumber::plural).format(u.unit), u.plural());
+    EXPECT_EQ(formatted(u.unit, UnitStyle::complete, GrammaticalNumber::pluralTwo), u.plural2());
     for (auto number : {GrammaticalNumber::singular, GrammaticalNumber::plural, GrammaticalNumber::pluralTwo}) {
-      EXPECT_EQ(formatted(u.unit, UnitStyle::shortened, number), u.compactName());
-      EXPECT_EQ(formatted(u.unit, UnitStyle::recurrent, number), u.recurrent());
+      EXPECT_EQ(formatted(u.unit, shortened, number), u.compactName());
+      EXPECT_EQ(formatted(u.unit, recurrent, number), u.recurrent());
     }
   }
 }
 
 TEST_F(PeriodFormatStyle, PeriodTextFollowsTheFirstMatchingCase) {
-  const auto always = ValueDisplayStrategy::always;
-  const auto automatic = ValueDisplayStrategy::automatic;
   const struct {
     Period period;
     Style style;
-    std::function<std::string()> expected;
+    const char* value;  // written before the word with one space, if any
+    Word word;
   } cases[] = {
-      {Period::week(1), Style(), [] { return W::week(); }},
-      {Period::week(1), Style().valueDisplayStrategy(always), [] { return "1 " + W::week(); }},
-      {Period::year(1), Style(UnitStyle::shortened, {}, {}, always), [] { return "1 " + W::Year::compactName(); }},
-      // Collapse: exactly 7 days and exactly 12 months.
-      {Period::day(7), Style().unitsCollapsed({Unit::day}), [] { return W::week(); }},
-      {Period::day(7), Style(UnitStyle::complete, {Unit::day}, {}, always), [] { return "1 " + W::week(); }},
-      {Period::day(7), Style(UnitStyle::shortened, {Unit::day}, {}), [] { return W::Week::compactName(); }},
-      {Period::day(7), Style(UnitStyle::recurrent, {Unit::day}, {}), [] { return W::Week::recurrent(); }},
-      {Period::day(7), Style(), [] { return "7 " + W::Day::plural2(); }},
-      {Period::day(14), Style().unitsCollapsed({Unit::day}), [] { return "14 " + W::Day::plural2(); }},
-      {Period::month(12), Style(UnitStyle::shortened, {Unit::month}, {}), [] { return W::Year::compactName(); }},
-      {Period::month(12), Style(UnitStyle::recurrent, {Unit::month}, {}, always),
-       [] { return "1 " + W::Year::recurrent(); }},
-      {Period::month(12), Style().unitsCollapsed({Unit::day}), [] { return "12 " + W::Month::plural2(); }},
-      // Expansion: exactly 1 week and exactly 1 year, with the number written even under automatic.
-      {Period::week(1), Style().unitsExpanded({Unit::week}), [] { return "7 " + W::Day::plural2(); }},
-      {Period::week(1), Style(UnitStyle::shortened, {}, {Unit::week}, automatic),
-       [] { return "7 " + W::Day::compactName(); }},
-      {Period::week(1), Style(UnitStyle::recurrent, {}, {Unit::week}), [] { return "7 " + W::Day::recurrent(); }},
-      {Period::year(1), Style().unitsExpanded({Unit::year}), [] { return "12 " + W::Month::plural2(); }},
-      {Period::year(1), Style(UnitStyle::shortened, {}, {Unit::year}), [] { return "12 " + W::Month::compactName(); }},
-      {Period::week(2), Style().unitsExpanded({Unit::week}), [] { return "2 " + W::Week::plural(); }},
+      {Period::week(1), Style(), "", W::week},
+      {Period::week(1), Style().valueDisplayStrategy(always), "1", W::week},
+      {Period::year(1), Style(shortened, {}, {}, always), "1", W::Year::compactName},
+      // Collapse only at exactly 7 days and exactly 12 months.
+      {Period::day(7), Style().unitsCollapsed({Unit::day}), "", W::week},
+      {Period::day(7), Style(UnitStyle::complete, {Unit::day}, {}, always), "1", W::week},
+      {Period::day(7), Style(shortened, {Unit::day}), "", W::Week::compactName},
+      {Period::day(7), Style(recurrent, {Unit::day}), "", W::Week::recurrent},
+      {Period::day(7), Style(), "7", W::Day::plural2},
+      {Period::day(14), Style().unitsCollapsed({Unit::day}), "14", W::Day::plural2},
+      {Period::month(12), Style(shortened, {Unit::month}), "", W::Year::compactName},
+      {Period::month(12), Style(recurrent, {Unit::month}, {}, always), "1", W::Year::recurrent},
+      {Period::month(12), Style().unitsCollapsed({Unit::day}), "12", W::Month::plural2},
+      // Expansion only at exactly 1 week and 1 year, the number written even under automatic.
+      {Period::week(1), Style().unitsExpanded({Unit::week}), "7", W::Day::plural2},
+      {Period::week(1), Style(shortened, {}, {Unit::week}), "7", W::Day::compactName},
+      {Period::week(1), Style(recurrent, {}, {Unit::week}), "7", W::Day::recurrent},
+      {Period::year(1), Style().unitsExpanded({Unit::year}), "12", W::Month::plural2},
+      {Period::year(1), Style(shortened, {}, {Unit::year}), "12", W::Month::compactName},
+      {Period::week(2), Style().unitsExpanded({Unit::week}), "2", W::Week::plural},
       // Members the lists never test change nothing.
-      {Period::month(1), Style(UnitStyle::complete, {Unit::week, Unit::year}, {Unit::day, Unit::month}),
-       [] { return W::month(); }},
-      {Period::week(1), Style().unitsCollapsed({Unit::week}), [] { return W::week(); }},
-      // Plain counts.
-      {Period::day(0), Style(), [] { return "0 " + W::day(); }},
-      {Period::month(3), Style(), [] { return "3 " + W::Month::plural(); }},
-      {Period::day(21), Style(), [] { return "21 " + W::Day::plural2(); }},
-      {Period::day(-3), Style(), [] { return "-3 " + W::Day::plural(); }},
-      {Period::month(3), Style().unitStyle(UnitStyle::shortened), [] { return "3 " + W::Month::compactName(); }},
-      {Period::year(5), Style().unitStyle(UnitStyle::recurrent), [] { return "5 " + W::Year::recurrent(); }},
-      {Period::day(int64Max), Style(), [] { return "9223372036854775807 " + W::Day::plural2(); }},
+      {Period::month(1), Style(UnitStyle::complete, {Unit::week, Unit::year}, {Unit::day, Unit::month}), "", W::month},
+      // Plain counts: ASCII digits, no grouping, "-" for negatives.
+      {Period::day(0), Style(), "0", W::day},
+      {Period::month(3), Style(), "3", W::Month::plural},
+      {Period::day(21), Style(), "21", W::Day::plural2},
+      {Period::day(-3), Style(), "-3", W::Day::plural},
+      {Period::month(3), Style().unitStyle(shortened), "3", W::Month::compactName},
+      {Period::year(5), Style().unitStyle(recurrent), "5", W::Year::recurrent},
+      {Period::day(int64Max), Style(), "9223372036854775807", W::Day::plural2},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(c.style.format(c.period), c.expected()) << c.period.analyticsValue();
-    EXPECT_EQ(c.period.formatted(c.style), c.expected());
+    const std::string expected = *c.value ? c.value + (" " + c.word()) : c.word();
+    EXPECT_EQ(c.period.formatted(c.style), expected) << c.period.analyticsValue();
   }
 }
 
@@ -133,12 +120,9 @@ TEST(PeriodFormatStyleWords, LiteralTextsInEnglishAndRussian) {
   } cases[] = {
       {"en_US", Period::month(3), Style(), "3 months"},
       {"en_US", Period::week(1), Style().unitsExpanded({Unit::week}), "7 days"},
-      {"en_US", Period::year(1), Style().unitStyle(UnitStyle::recurrent), "yearly"},
       {"ru_RU", Period::month(3), Style(), "3 месяца"},
-      {"ru_RU", Period::day(7), Style(), "7 дней"},
       {"ru_RU", Period::day(7), Style().unitsCollapsed({Unit::day}), "неделя"},
-      // Digits stay ASCII whatever the locale's own digits (the words fall back to English).
-      {"ar_EG", Period::day(21), Style(), "21 days"},
+      {"ar_EG", Period::day(21), Style(), "21 days"},  // ASCII digits; the words fall back to English
   };
   for (const auto& c : cases) {
     Locale::setCurrent(Locale(c.locale));
@@ -147,39 +131,23 @@ TEST(PeriodFormatStyleWords, LiteralTextsInEnglishAndRussian) {
   Locale::setCurrent(std::nullopt);
 }
 
-TEST(PeriodFormatStyleValue, ModifiersReplaceOneFieldAndFormattedBuildsTheStyle) {
-  const Style base(UnitStyle::recurrent, {Unit::day}, {Unit::week}, ValueDisplayStrategy::always);
-  EXPECT_EQ(base.unitStyle(UnitStyle::shortened),
-            Style(UnitStyle::shortened, {Unit::day}, {Unit::week}, ValueDisplayStrategy::always));
-  EXPECT_EQ(base.unitsCollapsed({Unit::month}),  // replaced whole, not merged
-            Style(UnitStyle::recurrent, {Unit::month}, {Unit::week}, ValueDisplayStrategy::always));
-  EXPECT_EQ(base.unitsExpanded({}), Style(UnitStyle::recurrent, {Unit::day}, {}, ValueDisplayStrategy::always));
-  EXPECT_EQ(base.valueDisplayStrategy(ValueDisplayStrategy::automatic),
-            Style(UnitStyle::recurrent, {Unit::day}, {Unit::week}, ValueDisplayStrategy::automatic));
-  EXPECT_EQ(UnitFormatStyle().style(UnitStyle::shortened).number(GrammaticalNumber::plural),
-            UnitFormatStyle(UnitStyle::shortened, GrammaticalNumber::plural));
-  EXPECT_EQ(Period::month(12).formatted(UnitStyle::shortened, {Unit::month}, {}, ValueDisplayStrategy::always),
-            Style(UnitStyle::shortened, {Unit::month}, {}, ValueDisplayStrategy::always).format(Period::month(12)));
-}
+TEST(PeriodFormatStyleValue, ModifiersReplaceOneFieldAndEqualStylesHashAlike) {
+  const Style base(recurrent, {Unit::day}, {Unit::week}, always);
+  EXPECT_EQ(base.unitStyle(shortened), Style(shortened, {Unit::day}, {Unit::week}, always));
+  EXPECT_EQ(base.unitsCollapsed({Unit::month}), Style(recurrent, {Unit::month}, {Unit::week}, always));  // not merged
+  EXPECT_EQ(base.unitsExpanded({}), Style(recurrent, {Unit::day}, {}, always));
+  EXPECT_EQ(base.valueDisplayStrategy(formatting::ValueDisplayStrategy::automatic), Style(recurrent, {Unit::day}, {Unit::week}));
+  EXPECT_EQ(UnitFormatStyle().style(shortened).number(GrammaticalNumber::plural),
+            UnitFormatStyle(shortened, GrammaticalNumber::plural));
+  EXPECT_EQ(Period::month(12).formatted(shortened, {Unit::month}, {}, always), "1 " + W::Year::compactName());
 
-TEST(PeriodFormatStyleValue, EqualStylesHashAlike) {
-  testing::expectHashAgreesWithEquality<Style>({
-      Style(),
-      Style(UnitStyle::complete, {}, {}, ValueDisplayStrategy::automatic),
-      Style().unitsCollapsed({Unit::day}),
-      Style().unitsExpanded({Unit::day}),
-      Style().unitsCollapsed({Unit::day, Unit::month}),
-      Style().unitsCollapsed({Unit::month, Unit::day}),
-      Style().valueDisplayStrategy(ValueDisplayStrategy::always),
-  });
-  testing::expectHashAgreesWithEquality<UnitFormatStyle>({
-      UnitFormatStyle(),
-      UnitFormatStyle(UnitStyle::complete, GrammaticalNumber::singular),
-      UnitFormatStyle(UnitStyle::shortened),
-      UnitFormatStyle().number(GrammaticalNumber::pluralTwo),
-  });
+  testing::expectHashAgreesWithEquality<Style>({Style(), Style(UnitStyle::complete, {}, {}), base,
+                                                Style().unitsCollapsed({Unit::day}), Style().unitsExpanded({Unit::day}),
+                                                Style(shortened, {Unit::day, Unit::month}),
+                                                Style(shortened, {Unit::month, Unit::day})});
+  testing::expectHashAgreesWithEquality<UnitFormatStyle>(
+      {UnitFormatStyle(), UnitFormatStyle(UnitStyle::complete), UnitFormatStyle(shortened)});
   EXPECT_NE(Style().unitsCollapsed({Unit::day}), Style().unitsExpanded({Unit::day}));
-  EXPECT_NE(Style().unitsCollapsed({Unit::day, Unit::month}), Style().unitsCollapsed({Unit::month, Unit::day}));
 }
 
 }  // namespace
