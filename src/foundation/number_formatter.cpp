@@ -92,7 +92,7 @@ std::pair<icu::UnicodeString, icu::UnicodeString> patternParts(const icu::Unicod
   for (int32_t i = 0; i < pattern.length(); ++i) {
     const char16_t unit = pattern.charAt(i);
     if (unit == u'\'') quoted = !quoted;
-    if (unit == u';' && !quoted) return {pattern.tempSubString(0, i), pattern.tempSubString(i + 1)};
+    if (unit == u';' && !quoted) return {icu::UnicodeString(pattern, 0, i), icu::UnicodeString(pattern, i + 1)};
   }
   return {pattern, icu::UnicodeString(u"-") + pattern};
 }
@@ -176,9 +176,11 @@ std::optional<NumberFormatter::State::Built> NumberFormatter::State::build(const
 
   built.formatter = format.toNumberFormatter(status);
   if (U_FAILURE(status) || built.formatter == nullptr) return std::nullopt;
-  // Settings ICU takes but cannot format with are caught here, once, rather than on every
-  // later call.
-  static_cast<void>(built.formatter->formatInt(0, status));
+  // ICU compiles a formatter's fast path on its third use and publishes it through atomics
+  // of its own. Using it here, before any other thread can, does that work once and up front,
+  // so concurrent formatting calls only ever read. A failure here shows settings that ICU
+  // took but cannot format with.
+  for (int use = 0; use < 4 && U_SUCCESS(status); ++use) static_cast<void>(built.formatter->formatInt(0, status));
   if (U_FAILURE(status)) return std::nullopt;
 
   built.minimumFractionDigits = format.getMinimumFractionDigits();

@@ -43,6 +43,8 @@ TEST_F(MainBundle, SetDictionaryElseEnvironmentElseNone) {
       {{}, dictionary(numeric), dictionary(numeric), {}},  // not text: no identifier, but the value is there
       {"com.example.game", JsonValue(JsonValue::Object{}), JsonValue(JsonValue::Object{}), {}},
       {"com.example.game", JsonValue("not an object"), {}, {}},  // set, so not the environment's either
+      {"com.example.other", {}, JsonValue(JsonValue::Object{{"CFBundleIdentifier", JsonValue("com.example.other")}}),
+       "com.example.other"},  // unset again: the environment as it is now
   };
   for (const auto& [environment, set, whole, identifier] : cases) {
     setEnvironment(environment);
@@ -55,19 +57,6 @@ TEST_F(MainBundle, SetDictionaryElseEnvironmentElseNone) {
       EXPECT_EQ(bundle.objectForInfoDictionaryKey(key), value ? Value(*value) : std::nullopt) << key;
     }
   }
-}
-
-TEST_F(MainBundle, EnvironmentIsReadAtEachCallUntilADictionaryIsSet) {
-  const Bundle bundle = Bundle::main();
-  setEnvironment("first");
-  EXPECT_EQ(bundle.bundleIdentifier(), "first");
-  setEnvironment("second");
-  EXPECT_EQ(bundle.bundleIdentifier(), "second");
-  Bundle::setMainInfoDictionary(dictionary(JsonValue("set")));
-  setEnvironment("third");
-  EXPECT_EQ(bundle.bundleIdentifier(), "set");
-  Bundle::setMainInfoDictionary(std::nullopt);
-  EXPECT_EQ(bundle.bundleIdentifier(), "third");
 }
 
 TEST_F(MainBundle, ReadersSeeWholeDictionariesWhileTheyAreReplaced) {

@@ -11,7 +11,8 @@ namespace velquist::foundation {
 /// The application bundle's description of itself: its information dictionary, with keys
 /// such as "CFBundleIdentifier". The host sets the main bundle's dictionary at start-up
 /// (tests set their own); when nothing was set, the main bundle's identifier is read from
-/// the environment variable VELQUIST_BUNDLE_ID, and without that there is no dictionary.
+/// the environment variable VELQUIST_BUNDLE_ID (read at each call; empty counts as unset),
+/// and without that there is no dictionary.
 ///
 /// Thread-safe: the main bundle may be read and replaced from any thread.
 class Bundle {
@@ -19,8 +20,8 @@ class Bundle {
   /// The main bundle of the process.
   static Bundle main();
 
-  /// Replaces the main bundle's information dictionary (an object); nothing returns to the
-  /// environment's.
+  /// Replaces the main bundle's information dictionary (an object; any other value leaves the
+  /// bundle without one); nothing returns to the environment's.
   static void setMainInfoDictionary(std::optional<JsonValue> dictionary);
 
   /// The information dictionary, an object; absent when the bundle has none.

@@ -33,7 +33,7 @@ namespace velquist::foundation {
 ///     formatter.setPositiveFormat("¤0.00");
 ///     formatter.setNegativeFormat("-¤0.00");
 ///     formatter.string(Decimal(-123450, -2))  ->  "-$1234.50"
-///     formatter.setLocale(Locale("de_DE"));   // the formats stay, in German digits
+///     formatter.setLocale(Locale("de_DE"));   // the formats stay, with a decimal comma
 ///     formatter.string(Decimal(-123450, -2))  ->  "-€1234,50"
 ///
 /// Thread-safety: `string` and the getters may be called from many threads at once on one
@@ -64,9 +64,11 @@ class NumberFormatter {
   std::string currencySymbol() const;
   void setCurrencySymbol(std::string symbol);
   /// The pattern for zero and positive numbers, e.g. "¤0.00"; "¤" stands for the currency.
+  /// Until set, the positive part of the current pattern ("¤#,##0.00" for en_US currency).
   std::string positiveFormat() const;
   void setPositiveFormat(std::string pattern);
-  /// The pattern for negative numbers, e.g. "-¤0.00".
+  /// The pattern for negative numbers, e.g. "-¤0.00". Until set, the negative part of the
+  /// current pattern, or "-" before the positive part when the pattern has none.
   std::string negativeFormat() const;
   void setNegativeFormat(std::string pattern);
 
