@@ -80,7 +80,7 @@ std::string formatted(Unit unit, UnitStyle style, GrammaticalNumber number) {
   return entries.singular();
 }
 
-std::string Period::UnitFormatStyle::format(Unit unit) const { return storekit::formatted(unit, style_, number_); }
+std::string Period::UnitFormatStyle::format(Unit which) const { return storekit::formatted(which, style_, number_); }
 
 Period::FormatStyle Period::FormatStyle::unitStyle(UnitStyle replacement) const {
   FormatStyle copy = *this;

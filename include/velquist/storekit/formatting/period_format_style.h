@@ -46,7 +46,7 @@ struct Product::SubscriptionPeriod::UnitFormatStyle {
   }
 
   /// The unit's word, exactly as the catalogue gives it.
-  std::string format(Unit unit) const;
+  std::string format(Unit which) const;
 
   friend bool operator==(const UnitFormatStyle&, const UnitFormatStyle&) = default;
 
