@@ -5,13 +5,13 @@
 namespace velquist::storekit {
 namespace {
 
+using formatting::GrammaticalNumber;
+using formatting::UnitStyle;
+using formatting::ValueDisplayStrategy;
 using foundation::decodeFromJsonText;
 using foundation::DecodingError;
 using foundation::encodeToJsonText;
 using foundation::FloatingPointRoundingRule;
-using formatting::GrammaticalNumber;
-using formatting::UnitStyle;
-using formatting::ValueDisplayStrategy;
 using Kind = DecodingError::Kind;
 using Period = Product::SubscriptionPeriod;
 using Unit = Period::Unit;
@@ -30,10 +30,10 @@ TEST(FormatStyleCoding, WritesFieldsInDeclarationOrder) {
                                  .roundingRule(FloatingPointRoundingRule::toNearestOrEven)),
             R"({"roundingRule":"toNearestOrEven","separator":"","subscriptionPeriod":{"unit":3,"value":1},)"
             R"("subscriptionPeriodStyle":"automatic","subscriptionPeriodUnitStyle":{"complete":{}}})");
-  EXPECT_EQ(encodeToJsonText(PeriodStyle(UnitStyle::recurrent, {Unit::day, Unit::month}, {},
-                                         ValueDisplayStrategy::always)),
-            R"({"unitStyle":{"recurrent":{}},"unitsCollapsed":[0,2],"unitsExpanded":[],)"
-            R"("valueDisplayStrategy":{"always":{}}})");
+  EXPECT_EQ(
+      encodeToJsonText(PeriodStyle(UnitStyle::recurrent, {Unit::day, Unit::month}, {}, ValueDisplayStrategy::always)),
+      R"({"unitStyle":{"recurrent":{}},"unitsCollapsed":[0,2],"unitsExpanded":[],)"
+      R"("valueDisplayStrategy":{"always":{}}})");
   EXPECT_EQ(encodeToJsonText(UnitFormatStyle(UnitStyle::shortened, GrammaticalNumber::pluralTwo)),
             R"({"style":{"shortened":{}},"number":{"pluralTwo":{}}})");
   EXPECT_EQ(encodeToJsonText(OfferStyle()), "{}");
@@ -51,7 +51,8 @@ TEST(FormatStyleCoding, EveryStyleRoundTrips) {
   for (const Price& style :
        {price, Product::FormatStyle::price(Period::week(2)), price.separator(Price::Separator::omitted),
         price.subscriptionPeriodStyle(Price::SubscriptionPeriodStyle::omitted),
-        price.subscriptionPeriodUnitStyle(UnitStyle::shortened), price.subscriptionPeriodUnitStyle(UnitStyle::recurrent),
+        price.subscriptionPeriodUnitStyle(UnitStyle::shortened),
+        price.subscriptionPeriodUnitStyle(UnitStyle::recurrent),
         price.roundingRule(FloatingPointRoundingRule::toNearestOrAwayFromZero),
         price.roundingRule(FloatingPointRoundingRule::towardZero)}) {
     expectRoundTrip(style);
@@ -76,8 +77,8 @@ TEST(FormatStyleCoding, MalformedFormsFailWithTheStandardErrors) {
     return R"({"style":)" + style + R"(,"number":{"singular":{}}})";
   };
   const auto price = [](const std::string& roundingRule, const std::string& separator, const std::string& periodStyle) {
-    return R"({"roundingRule":)" + roundingRule + R"(,"separator":)" + separator +
-           R"(,"subscriptionPeriodStyle":)" + periodStyle + R"(,"subscriptionPeriodUnitStyle":{"complete":{}}})";
+    return R"({"roundingRule":)" + roundingRule + R"(,"separator":)" + separator + R"(,"subscriptionPeriodStyle":)" +
+           periodStyle + R"(,"subscriptionPeriodUnitStyle":{"complete":{}}})";
   };
   const struct {
     std::string json;
@@ -86,7 +87,8 @@ TEST(FormatStyleCoding, MalformedFormsFailWithTheStandardErrors) {
     const char* path;
     const char* description;  // the end of the description
   } cases[] = {
-      {unitStyle(R"({"complete":{},"shortened":{}})"), decode<UnitFormatStyle>, Kind::typeMismatch, "style", invalidKeys},
+      {unitStyle(R"({"complete":{},"shortened":{}})"), decode<UnitFormatStyle>, Kind::typeMismatch, "style",
+       invalidKeys},
       {unitStyle("{}"), decode<UnitFormatStyle>, Kind::typeMismatch, "style", invalidKeys},
       {unitStyle(R"({"Complete":{}})"), decode<UnitFormatStyle>, Kind::typeMismatch, "style", invalidKeys},
       {unitStyle(R"({"complete":1})"), decode<UnitFormatStyle>, Kind::typeMismatch, "style.complete",
@@ -97,8 +99,8 @@ TEST(FormatStyleCoding, MalformedFormsFailWithTheStandardErrors) {
       {R"({"style":{"complete":{}},"number":{"plural":{},"pluralTwo":{}}})", decode<UnitFormatStyle>,
        Kind::typeMismatch, "number", invalidKeys},
       {R"({"style":{"complete":{}}})", decode<UnitFormatStyle>, Kind::keyNotFound, "", R"(("number").)"},
-      {R"({"unitStyle":{"complete":{}},"unitsCollapsed":[],"valueDisplayStrategy":{"always":{}}})",
-       decode<PeriodStyle>, Kind::keyNotFound, "", R"(("unitsExpanded").)"},
+      {R"({"unitStyle":{"complete":{}},"unitsCollapsed":[],"valueDisplayStrategy":{"always":{}}})", decode<PeriodStyle>,
+       Kind::keyNotFound, "", R"(("unitsExpanded").)"},
       {R"({"unitStyle":{"complete":{}},"unitsCollapsed":[4],"unitsExpanded":[],"valueDisplayStrategy":{"always":{}}})",
        decode<PeriodStyle>, Kind::dataCorrupted, "unitsCollapsed[0]", "invalid Int value 4"},
       {R"({"unitStyle":{"complete":{}},"unitsCollapsed":[],"unitsExpanded":[],)"
@@ -136,8 +138,9 @@ TEST(FormatStyleCoding, LenientReadings) {
             UnitFormatStyle(UnitStyle::recurrent, GrammaticalNumber::plural));
   // A null or missing period is absent; an empty separator is `omitted`.
   const Price omitted = Product::FormatStyle::price().separator(Price::Separator::omitted);
-  EXPECT_EQ(decodeFromJsonText<Price>(R"({"roundingRule":"down","separator":"","subscriptionPeriod":null,)"
-                                      R"("subscriptionPeriodStyle":"automatic","subscriptionPeriodUnitStyle":{"complete":{}}})"),
+  EXPECT_EQ(decodeFromJsonText<Price>(
+                R"({"roundingRule":"down","separator":"","subscriptionPeriod":null,)"
+                R"("subscriptionPeriodStyle":"automatic","subscriptionPeriodUnitStyle":{"complete":{}}})"),
             omitted);
   // The offer styles read from anything at all.
   for (const char* json : {"{}", "null", "3", R"("text")", "[1,2]", R"({"a":1})"}) {

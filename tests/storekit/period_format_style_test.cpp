@@ -10,9 +10,9 @@
 namespace velquist::storekit {
 namespace {
 
-using foundation::Locale;
 using formatting::GrammaticalNumber;
 using formatting::UnitStyle;
+using foundation::Locale;
 using Period = Product::SubscriptionPeriod;
 using Unit = Period::Unit;
 using Style = Period::FormatStyle;
@@ -36,9 +36,9 @@ class PeriodFormatStyle : public ::testing::Test {
 TEST(GrammaticalNumber, LooksAtTheAbsoluteValueOnly) {
   using enum GrammaticalNumber;
   const std::pair<std::int64_t, GrammaticalNumber> cases[] = {
-      {0, singular},  {1, singular},  {-1, singular},  {2, plural},          {4, plural},
-      {-3, plural},   {5, pluralTwo}, {21, pluralTwo}, {104, pluralTwo},     {-5, pluralTwo},
-      {int64Max, pluralTwo}, {int64Min + 1, pluralTwo},
+      {0, singular},    {1, singular},   {-1, singular},        {2, plural},
+      {4, plural},      {-3, plural},    {5, pluralTwo},        {21, pluralTwo},
+      {104, pluralTwo}, {-5, pluralTwo}, {int64Max, pluralTwo}, {int64Min + 1, pluralTwo},
   };
   for (const auto& [count, expected] : cases) EXPECT_EQ(grammaticalNumber(count), expected) << count;
   EXPECT_DEATH(grammaticalNumber(int64Min), "Fatal error: .*-9223372036854775808");
@@ -136,7 +136,8 @@ TEST(PeriodFormatStyleValue, ModifiersReplaceOneFieldAndEqualStylesHashAlike) {
   EXPECT_EQ(base.unitStyle(shortened), Style(shortened, {Unit::day}, {Unit::week}, always));
   EXPECT_EQ(base.unitsCollapsed({Unit::month}), Style(recurrent, {Unit::month}, {Unit::week}, always));  // not merged
   EXPECT_EQ(base.unitsExpanded({}), Style(recurrent, {Unit::day}, {}, always));
-  EXPECT_EQ(base.valueDisplayStrategy(formatting::ValueDisplayStrategy::automatic), Style(recurrent, {Unit::day}, {Unit::week}));
+  EXPECT_EQ(base.valueDisplayStrategy(formatting::ValueDisplayStrategy::automatic),
+            Style(recurrent, {Unit::day}, {Unit::week}));
   EXPECT_EQ(UnitFormatStyle().style(shortened).number(GrammaticalNumber::plural),
             UnitFormatStyle(shortened, GrammaticalNumber::plural));
   EXPECT_EQ(Period::month(12).formatted(shortened, {Unit::month}, {}, always), "1 " + W::Year::compactName());

@@ -11,9 +11,9 @@
 namespace velquist::storekit {
 namespace {
 
+using formatting::UnitStyle;
 using foundation::FloatingPointRoundingRule;
 using foundation::Locale;
-using formatting::UnitStyle;
 using Period = Product::SubscriptionPeriod;
 using Price = Product::FormatStyle::Price;
 using Offer = Product::SubscriptionOffer;
@@ -68,7 +68,8 @@ TEST_F(PriceFormatStyle, JoinsThePresentPartsByTheSeparatorAndUnitStyle) {
       {product("19.99", Period::month(3)), Product::FormatStyle::price(Period::month(1)), "$6.66 / ", W::month},
       // Without a price text the period stands alone.
       {product("", Period::week(1)), price, "", W::week},
-      {product("", Period::week(1)), price.subscriptionPeriodStyle(Price::SubscriptionPeriodStyle::omitted), "", nullptr},
+      {product("", Period::week(1)), price.subscriptionPeriodStyle(Price::SubscriptionPeriodStyle::omitted), "",
+       nullptr},
   };
   for (const auto& c : cases) {
     const std::string expected = c.text + (c.word ? c.word() : "");

@@ -17,9 +17,9 @@ namespace velquist::storekit {
 /// The free-trial line of an offer: for a free trial, the catalogue's free-trial sentence
 /// with the trial's length and its unit word in the matching grammatical number (3 days
 /// takes `Day.plural`, 7 days `Day.plural2`, 1 week the singular); for any other payment
-/// mode, the empty text. In English:
+/// mode, the empty text. In English, for a free trial whose period is 3 days:
 ///
-///     FormatStyle().format(freeTrialOf(Product::SubscriptionPeriod::day(3)))  ->  "3 days free"
+///     FormatStyle().format(trial)  ->  "3 days free"      trial.formatted()  ->  the same
 struct Product::SubscriptionOffer::FormatStyle {
   std::string format(const SubscriptionOffer& offer) const;
 

@@ -88,7 +88,8 @@ struct Product::SubscriptionPeriod::FormatStyle {
   const std::vector<Unit>& unitsExpanded() const { return unitsExpanded_; }
   ValueDisplayStrategy valueDisplayStrategy() const { return valueDisplayStrategy_; }
 
-  // Modifiers. The lists are replaced whole, not merged.
+  // Modifiers, one per field. `unitsCollapsed(list)` and `unitsExpanded(list)` replace the
+  // list whole; they do not merge.
   [[nodiscard]] FormatStyle unitStyle(UnitStyle replacement) const;
   [[nodiscard]] FormatStyle unitsCollapsed(std::vector<Unit> replacement) const;
   [[nodiscard]] FormatStyle unitsExpanded(std::vector<Unit> replacement) const;

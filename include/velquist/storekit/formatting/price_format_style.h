@@ -46,8 +46,8 @@ struct Product::FormatStyle {
 ///     weekly.formatted(Product::FormatStyle::price().subscriptionPeriodUnitStyle(UnitStyle::shortened))
 ///                                                                                      ->  "$4.99/wk"
 ///     weekly.formatted(Product::FormatStyle::price(SubscriptionPeriod::year(1)))      ->  "$260.37 / year"
-///     weekly.formatted(price().separator(Separator::omitted)
-///                             .subscriptionPeriodUnitStyle(UnitStyle::recurrent))      ->  "$4.99 weekly"
+///     weekly.formatted(Product::FormatStyle::price().separator(Separator::omitted)
+///                          .subscriptionPeriodUnitStyle(UnitStyle::recurrent))         ->  "$4.99 weekly"
 ///
 /// Fields are read through accessors of the same name; the modifiers of the same name with
 /// one argument return a copy with that one field replaced.
