@@ -31,7 +31,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
       if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
-        cpuPerIteration_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+        cpuPerIteration_[run.run_name.function_name] = run.GetAdjustedCPUTime();
       }
     }
   }

@@ -6,6 +6,8 @@ target_compile_options(velquist_settings INTERFACE
   # Constructor parameters named after the fields they set are the idiom here.
   $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow> -Woverloaded-virtual
   -Wimplicit-fallthrough -Wmissing-declarations
+  # Designated initialisers leave defaulted fields out on purpose.
+  -Wno-missing-field-initializers
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
   # Price arithmetic converts doubles step by step; never fuse or reorder them.
   -ffp-contract=off -fno-fast-math)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -34,7 +35,6 @@ constexpr std::array<UInt128, 39> kPowersOfTen = [] {
 constexpr std::array<int, 9> kAlignmentHeadroom = {38, 33, 28, 24, 19, 14, 9, 4, 0};
 
 int wordLength(UInt128 value) { return (UInt256::width128(value) + 15) / 16; }
-int wordLength(const UInt256& value) { return (value.bitWidth() + 15) / 16; }
 
 /// The raw parts of a non-NaN value, for the arithmetic to work on.
 struct Parts {
@@ -69,18 +69,38 @@ struct Fitted {
   int droppedDigits;
 };
 
-/// Cuts a wide magnitude back below 2^128 by dropping decimal digits with truncation: four
-/// at a time while it spans more than nine words, then one at a time.
-Fitted fitTruncating(UInt256 value) {
+/// value / 10^digits in place, truncated, for digits in 0...39, by constant divisors.
+void dropDigits(UInt256& value, int digits) {
+  for (; digits >= 9; digits -= 9) detail::divideBy<1000000000>(value);
+  switch (digits) {
+    case 1: detail::divideBy<10>(value); break;
+    case 2: detail::divideBy<100>(value); break;
+    case 3: detail::divideBy<1000>(value); break;
+    case 4: detail::divideBy<10000>(value); break;
+    case 5: detail::divideBy<100000>(value); break;
+    case 6: detail::divideBy<1000000>(value); break;
+    case 7: detail::divideBy<10000000>(value); break;
+    case 8: detail::divideBy<100000000>(value); break;
+    default: break;
+  }
+}
+
+/// Cuts a wide magnitude back below 2^128 by dropping decimal digits with truncation, as
+/// the platform does: four at a time while it spans more than nine 16-bit words, then one at
+/// a time. Truncation composes, and floor(v / 10^n) < 2^128 exactly when v.high < 10^n, so
+/// the stepping always ends at the fewest digits n that make v.high < 10^n: the digit count
+/// of v.high. Those are dropped in one go.
+int digitsToDrop(const UInt256& value) {
   int dropped = 0;
-  while (wordLength(value) > 9) {
-    detail::divideSmall(value, 10000);
-    dropped += 4;
+  while (dropped < 39 && value.high >= kPowersOfTen[static_cast<std::size_t>(dropped)]) {
+    ++dropped;
   }
-  while (wordLength(value) > 8) {
-    detail::divideSmall(value, 10);
-    dropped += 1;
-  }
+  return dropped;
+}
+
+Fitted fitTruncating(UInt256 value) {
+  const int dropped = digitsToDrop(value);
+  dropDigits(value, dropped);
   return {value.low, dropped};
 }
 
@@ -113,15 +133,42 @@ void align(Parts& lhs, Parts& rhs) {
   }
 }
 
+constexpr std::array<std::uint32_t, 10> kSmallPowersOfTen = {1,         10,         100,        1000,       10000,
+                                                             100000,    1000000,    10000000,   100000000,  1000000000};
+
+/// Whether a mantissa is a multiple of 10^Digits (Digits <= 9): a multiple of 2^Digits, and
+/// of 5^Digits, tested on the two 64-bit halves with 2^64 reduced modulo 5^Digits. Both
+/// tests cost a few multiplications, where a trial division would cost many.
+template <std::uint32_t Digits>
+bool isMultipleOfPowerOfTen(UInt128 value) {
+  static_assert(Digits >= 1 && Digits <= 9);
+  constexpr std::uint64_t fivePower = kSmallPowersOfTen[Digits] >> Digits;
+  constexpr auto twoTo64 = static_cast<std::uint64_t>((UInt128{1} << 64) % fivePower);
+  const auto low = static_cast<std::uint64_t>(value);
+  const auto high = static_cast<std::uint64_t>(value >> 64);
+  if ((low & ((std::uint64_t{1} << Digits) - 1)) != 0) return false;
+  return ((high % fivePower) * twoTo64 + low % fivePower) % fivePower == 0;
+}
+
 /// Strips trailing decimal zeros into the exponent, stopping at the largest exponent.
 Decimal compacted(bool isNegative, UInt128 mantissa, int exponent) {
   if (mantissa == 0) {
     return Decimal();
   }
-  while (exponent < Decimal::maxExponent && mantissa % 10 == 0) {
-    mantissa /= 10;
-    ++exponent;
+  // Eight, then four, then one digit at a time, never past the largest exponent. The
+  // divisibility test is cheap, so the division is only made when it strips digits.
+  const auto strip = [&]<std::uint32_t Digits>() {
+    while (exponent + static_cast<int>(Digits) <= Decimal::maxExponent && isMultipleOfPowerOfTen<Digits>(mantissa)) {
+      detail::divideBy<kSmallPowersOfTen[Digits]>(mantissa);
+      exponent += static_cast<int>(Digits);
+    }
+  };
+  if (!isMultipleOfPowerOfTen<1>(mantissa)) {
+    return Decimal::fromParts(isNegative, mantissa, exponent);  // the common case: nothing to strip
   }
+  strip.operator()<8>();
+  strip.operator()<4>();
+  strip.operator()<1>();
   return Decimal::fromParts(isNegative, mantissa, exponent);
 }
 
@@ -487,10 +534,13 @@ Decimal Decimal::rounded(int scale, RoundingMode mode) const {
       remainder = 0;
       break;
     }
-    const unsigned step = toDrop > 4 ? 10000 : 10;
-    remainder = static_cast<unsigned>(mantissa % step);
-    mantissa /= step;
-    toDrop -= step == 10000 ? 4 : 1;
+    if (toDrop > 4) {
+      remainder = detail::divideBy<10000>(mantissa);
+      toDrop -= 4;
+    } else {
+      remainder = detail::divideBy<10>(mantissa);
+      toDrop -= 1;
+    }
   }
   if (sticky && (remainder == 0 || remainder == 5)) {
     ++remainder;
@@ -571,6 +621,20 @@ Decimal operator/(const Decimal& lhs, const Decimal& rhs) {
   }
   // Q = floor(dividend x 10^38 / divisor), truncated back to 128 bits.
   const UInt256 scaled = detail::multiply(dividend.mantissa, kPowersOfTen[38]);
+  if (dividend.mantissa % divisor.mantissa == 0) {
+    // An exact quotient q (dividing by 1, by a whole number of units) makes Q = q x 10^38,
+    // of which the cut-back keeps q x 10^(38 - dropped) and compaction strips the zeros
+    // again. Skip the long division and the zeros, unless the exponent is at its limit.
+    const UInt128 exact = dividend.mantissa / divisor.mantissa;
+    const int dropped = digitsToDrop(scaled);
+    const int exponent = dividend.exponent - divisor.exponent - 38 + dropped;
+    if (!isExponentInRange(exponent)) {
+      return Decimal::nan();
+    }
+    if (exponent + 38 - dropped <= Decimal::maxExponent) {
+      return compacted(isNegative, exact, exponent + 38 - dropped);
+    }
+  }
   const Fitted quotient = fitTruncating(detail::divide(scaled, divisor.mantissa));
   const int exponent = dividend.exponent - divisor.exponent - 38 + quotient.droppedDigits;
   if (!isExponentInRange(exponent)) {
@@ -612,8 +676,8 @@ std::size_t Decimal::hashValue() const {
   }
   UInt128 mantissa = mantissa_;
   int exponent = exponent_;
-  while (mantissa % 10 == 0) {
-    mantissa /= 10;
+  for (UInt128 trial = mantissa; detail::divideBy<10>(trial) == 0; trial = mantissa) {
+    mantissa = trial;
     ++exponent;
   }
   std::uint64_t state = mix(0, isNegative_ ? 3 : 4);

@@ -30,6 +30,9 @@ UInt256 fromLimbs(const std::uint32_t* limbs) {
 }  // namespace
 
 UInt256 divide(const UInt256& dividend, UInt128 divisor) {
+  if (divisor == 1) {
+    return dividend;
+  }
   std::array<std::uint32_t, 8> v{};
   const int n = toLimbs(UInt256(divisor), v.data());
   if (n == 1) {

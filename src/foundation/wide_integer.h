@@ -68,19 +68,58 @@ constexpr UInt256 add(UInt128 lhs, UInt128 rhs) {
 
 /// Divides `value` in place by a small divisor (1...2^32-1) and returns the remainder.
 constexpr std::uint32_t divideSmall(UInt256& value, std::uint32_t divisor) {
-  // Long division by 64-bit digits; the running remainder is below 2^32, so each partial
-  // dividend (remainder << 64 | digit) fits in 128 bits.
-  std::array<std::uint64_t, 4> digits = {
-      static_cast<std::uint64_t>(value.high >> 64), static_cast<std::uint64_t>(value.high),
-      static_cast<std::uint64_t>(value.low >> 64), static_cast<std::uint64_t>(value.low)};
-  UInt128 remainder = 0;
-  for (std::uint64_t& digit : digits) {
-    const UInt128 current = (remainder << 64) | digit;
-    digit = static_cast<std::uint64_t>(current / divisor);
-    remainder = current % divisor;
+  // Long division by 32-bit digits, most significant first: each partial dividend
+  // (remainder << 32 | digit) fits in 64 bits, so every step is a native 64-bit division.
+  std::uint64_t remainder = 0;
+  UInt128* const halves[2] = {&value.high, &value.low};
+  for (UInt128* half : halves) {
+    UInt128 quotient = 0;
+    for (int shift = 96; shift >= 0; shift -= 32) {
+      const std::uint64_t current = (remainder << 32) | static_cast<std::uint32_t>(*half >> shift);
+      quotient |= static_cast<UInt128>(current / divisor) << shift;
+      remainder = current % divisor;
+    }
+    *half = quotient;
   }
-  value.high = (static_cast<UInt128>(digits[0]) << 64) | digits[1];
-  value.low = (static_cast<UInt128>(digits[2]) << 64) | digits[3];
+  return static_cast<std::uint32_t>(remainder);
+}
+
+/// Divides a 128-bit value in place by a constant (10, 10000, ...) and returns the
+/// remainder. With the divisor known at compile time every step becomes a multiplication,
+/// which is what keeps trailing-zero stripping and rounding cheap.
+template <std::uint32_t Divisor>
+constexpr std::uint32_t divideBy(UInt128& value) {
+  if ((value >> 64) == 0) {
+    const auto narrow = static_cast<std::uint64_t>(value);
+    value = narrow / Divisor;
+    return static_cast<std::uint32_t>(narrow % Divisor);
+  }
+  std::uint64_t remainder = 0;
+  UInt128 quotient = 0;
+  for (int shift = 96; shift >= 0; shift -= 32) {
+    const std::uint64_t current = (remainder << 32) | static_cast<std::uint32_t>(value >> shift);
+    quotient |= static_cast<UInt128>(current / Divisor) << shift;
+    remainder = current % Divisor;
+  }
+  value = quotient;
+  return static_cast<std::uint32_t>(remainder);
+}
+
+/// The same for a 256-bit value.
+template <std::uint32_t Divisor>
+constexpr std::uint32_t divideBy(UInt256& value) {
+  if (value.high == 0) return divideBy<Divisor>(value.low);
+  std::uint64_t remainder = 0;
+  UInt128* const halves[2] = {&value.high, &value.low};
+  for (UInt128* half : halves) {
+    UInt128 quotient = 0;
+    for (int shift = 96; shift >= 0; shift -= 32) {
+      const std::uint64_t current = (remainder << 32) | static_cast<std::uint32_t>(*half >> shift);
+      quotient |= static_cast<UInt128>(current / Divisor) << shift;
+      remainder = current % Divisor;
+    }
+    *half = quotient;
+  }
   return static_cast<std::uint32_t>(remainder);
 }
 
