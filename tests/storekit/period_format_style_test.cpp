@@ -1,0 +1,155 @@
+#include "velquist/storekit/formatting/period_format_style.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "common/hash_testing.h"
+#include "velquist/coreui/l10n.h"
+
+namespace velquist::storekit {
+namespace {
+
+using formatting::GrammaticalNumber;
+using formatting::UnitStyle;
+using foundation::Locale;
+using Period = Product::SubscriptionPeriod;
+using Unit = Period::Unit;
+using Style = Period::FormatStyle;
+using UnitFormatStyle = Period::UnitFormatStyle;
+using Word = std::string (*)();
+namespace W = coreui::L10n::Product::SubscriptionPeriod::Unit;
+
+constexpr auto always = formatting::ValueDisplayStrategy::always;
+constexpr auto shortened = UnitStyle::shortened;
+constexpr auto recurrent = UnitStyle::recurrent;
+constexpr std::int64_t int64Min = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t int64Max = std::numeric_limits<std::int64_t>::max();
+
+// The word tables run in Russian, where the two plural forms differ, so a swap shows.
+class PeriodFormatStyle : public ::testing::Test {
+ protected:
+  void SetUp() override { Locale::setCurrent(Locale("ru_RU")); }
+  void TearDown() override { Locale::setCurrent(std::nullopt); }
+};
+
+TEST(GrammaticalNumber, LooksAtTheAbsoluteValueOnly) {
+  using enum GrammaticalNumber;
+  const std::pair<std::int64_t, GrammaticalNumber> cases[] = {
+      {0, singular},    {1, singular},   {-1, singular},        {2, plural},
+      {4, plural},      {-3, plural},    {5, pluralTwo},        {21, pluralTwo},
+      {104, pluralTwo}, {-5, pluralTwo}, {int64Max, pluralTwo}, {int64Min + 1, pluralTwo},
+  };
+  for (const auto& [count, expected] : cases) EXPECT_EQ(grammaticalNumber(count), expected) << count;
+  EXPECT_DEATH(grammaticalNumber(int64Min), "Fatal error: .*-9223372036854775808");
+  EXPECT_DEATH(Style().format(Period::day(int64Min)), "Fatal error: ");
+}
+
+TEST_F(PeriodFormatStyle, UnitWordByStyleAndNumber) {
+  const struct {
+    Unit unit;
+    Word singular, plural, plural2, compactName, recurrent;
+  } units[] = {
+      {Unit::day, W::day, W::Day::plural, W::Day::plural2, W::Day::compactName, W::Day::recurrent},
+      {Unit::week, W::week, W::Week::plural, W::Week::plural2, W::Week::compactName, W::Week::recurrent},
+      {Unit::month, W::month, W::Month::plural, W::Month::plural2, W::Month::compactName, W::Month::recurrent},
+      {Unit::year, W::year, W::Year::plural, W::Year::plural2, W::Year::compactName, W::Year::recurrent},
+  };
+  for (const auto& u : units) {
+    SCOPED_TRACE(description(u.unit));
+    EXPECT_EQ(UnitFormatStyle().format(u.unit), u.singular());
+    EXPECT_EQ(UnitFormatStyle().number(GrammaticalNumber::plural).format(u.unit), u.plural());
+    EXPECT_EQ(formatted(u.unit, UnitStyle::complete, GrammaticalNumber::pluralTwo), u.plural2());
+    for (auto number : {GrammaticalNumber::singular, GrammaticalNumber::plural, GrammaticalNumber::pluralTwo}) {
+      EXPECT_EQ(formatted(u.unit, shortened, number), u.compactName());
+      EXPECT_EQ(formatted(u.unit, recurrent, number), u.recurrent());
+    }
+  }
+}
+
+TEST_F(PeriodFormatStyle, PeriodTextFollowsTheFirstMatchingCase) {
+  const struct {
+    Period period;
+    Style style;
+    const char* value;  // written before the word with one space, if any
+    Word word;
+  } cases[] = {
+      {Period::week(1), Style(), "", W::week},
+      {Period::week(1), Style().valueDisplayStrategy(always), "1", W::week},
+      {Period::year(1), Style(shortened, {}, {}, always), "1", W::Year::compactName},
+      // Collapse only at exactly 7 days and exactly 12 months.
+      {Period::day(7), Style().unitsCollapsed({Unit::day}), "", W::week},
+      {Period::day(7), Style(UnitStyle::complete, {Unit::day}, {}, always), "1", W::week},
+      {Period::day(7), Style(shortened, {Unit::day}), "", W::Week::compactName},
+      {Period::day(7), Style(recurrent, {Unit::day}), "", W::Week::recurrent},
+      {Period::day(7), Style(), "7", W::Day::plural2},
+      {Period::day(14), Style().unitsCollapsed({Unit::day}), "14", W::Day::plural2},
+      {Period::month(12), Style(shortened, {Unit::month}), "", W::Year::compactName},
+      {Period::month(12), Style(recurrent, {Unit::month}, {}, always), "1", W::Year::recurrent},
+      {Period::month(12), Style().unitsCollapsed({Unit::day}), "12", W::Month::plural2},
+      // Expansion only at exactly 1 week and 1 year, the number written even under automatic.
+      {Period::week(1), Style().unitsExpanded({Unit::week}), "7", W::Day::plural2},
+      {Period::week(1), Style(shortened, {}, {Unit::week}), "7", W::Day::compactName},
+      {Period::week(1), Style(recurrent, {}, {Unit::week}), "7", W::Day::recurrent},
+      {Period::year(1), Style().unitsExpanded({Unit::year}), "12", W::Month::plural2},
+      {Period::year(1), Style(shortened, {}, {Unit::year}), "12", W::Month::compactName},
+      {Period::week(2), Style().unitsExpanded({Unit::week}), "2", W::Week::plural},
+      // Members the lists never test change nothing.
+      {Period::month(1), Style(UnitStyle::complete, {Unit::week, Unit::year}, {Unit::day, Unit::month}), "", W::month},
+      // Plain counts: ASCII digits, no grouping, "-" for negatives.
+      {Period::day(0), Style(), "0", W::day},
+      {Period::month(3), Style(), "3", W::Month::plural},
+      {Period::day(21), Style(), "21", W::Day::plural2},
+      {Period::day(-3), Style(), "-3", W::Day::plural},
+      {Period::month(3), Style().unitStyle(shortened), "3", W::Month::compactName},
+      {Period::year(5), Style().unitStyle(recurrent), "5", W::Year::recurrent},
+      {Period::day(int64Max), Style(), "9223372036854775807", W::Day::plural2},
+  };
+  for (const auto& c : cases) {
+    const std::string expected = *c.value ? c.value + (" " + c.word()) : c.word();
+    EXPECT_EQ(c.period.formatted(c.style), expected) << c.period.analyticsValue();
+  }
+}
+
+TEST(PeriodFormatStyleWords, LiteralTextsInEnglishAndRussian) {
+  const struct {
+    const char* locale;
+    Period period;
+    Style style;
+    const char* expected;
+  } cases[] = {
+      {"en_US", Period::month(3), Style(), "3 months"},
+      {"en_US", Period::week(1), Style().unitsExpanded({Unit::week}), "7 days"},
+      {"ru_RU", Period::month(3), Style(), "3 месяца"},
+      {"ru_RU", Period::day(7), Style().unitsCollapsed({Unit::day}), "неделя"},
+      {"ar_EG", Period::day(21), Style(), "21 days"},  // ASCII digits; the words fall back to English
+  };
+  for (const auto& c : cases) {
+    Locale::setCurrent(Locale(c.locale));
+    EXPECT_EQ(c.style.format(c.period), c.expected) << c.locale;
+  }
+  Locale::setCurrent(std::nullopt);
+}
+
+TEST(PeriodFormatStyleValue, ModifiersReplaceOneFieldAndEqualStylesHashAlike) {
+  const Style base(recurrent, {Unit::day}, {Unit::week}, always);
+  EXPECT_EQ(base.unitStyle(shortened), Style(shortened, {Unit::day}, {Unit::week}, always));
+  EXPECT_EQ(base.unitsCollapsed({Unit::month}), Style(recurrent, {Unit::month}, {Unit::week}, always));  // not merged
+  EXPECT_EQ(base.unitsExpanded({}), Style(recurrent, {Unit::day}, {}, always));
+  EXPECT_EQ(base.valueDisplayStrategy(formatting::ValueDisplayStrategy::automatic),
+            Style(recurrent, {Unit::day}, {Unit::week}));
+  EXPECT_EQ(UnitFormatStyle().style(shortened).number(GrammaticalNumber::plural),
+            UnitFormatStyle(shortened, GrammaticalNumber::plural));
+  EXPECT_EQ(Period::month(12).formatted(shortened, {Unit::month}, {}, always), "1 " + W::Year::compactName());
+
+  testing::expectHashAgreesWithEquality<Style>({Style(), Style(UnitStyle::complete, {}, {}), base,
+                                                Style().unitsCollapsed({Unit::day}), Style().unitsExpanded({Unit::day}),
+                                                Style(shortened, {Unit::day, Unit::month}),
+                                                Style(shortened, {Unit::month, Unit::day})});
+  testing::expectHashAgreesWithEquality<UnitFormatStyle>(
+      {UnitFormatStyle(), UnitFormatStyle(UnitStyle::complete), UnitFormatStyle(shortened)});
+  EXPECT_NE(Style().unitsCollapsed({Unit::day}), Style().unitsExpanded({Unit::day}));
+}
+
+}  // namespace
+}  // namespace velquist::storekit
