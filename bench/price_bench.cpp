@@ -4,6 +4,8 @@
 //   one pre-built ICU formatter formatting the same decimal text.
 // - displayPrice new locale: the first price for a locale never seen (the cache makes and
 //   configures a formatter), against building and configuring the ICU formatter directly.
+//
+// Each pair runs interleaved and is timed by hand (see `interleaved`).
 // - convertPrice and discount: a weekly price restated per year and the saving of a yearly
 //   plan against it, against the same arithmetic in Boost's cpp_dec_float_50.
 
@@ -11,6 +13,7 @@
 #include <unicode/locid.h>
 #include <unicode/numfmt.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -49,55 +52,76 @@ std::string icuFormat(const icu::DecimalFormat& format, const std::string& numbe
   return utf8;
 }
 
-void displayPriceWarmLibrary(benchmark::State& state) {
-  const Decimal price = *Decimal::fromString("1234.99");
+// Runs the library's way and the baseline in turns, `batch` calls each per iteration,
+// alternating which goes first, and reports both as counters (seconds per call) of the
+// one run: interleaving keeps both under the same conditions (caches, clock speed, load).
+template <class Library, class Baseline>
+void interleaved(benchmark::State& state, int batch, Library library, Baseline baseline) {
+  using Clock = std::chrono::steady_clock;
+  Clock::duration libraryTotal{};
+  Clock::duration baselineTotal{};
+  bool libraryFirst = false;
+  for (auto _ : state) {
+    const auto runLibrary = [&] {
+      const auto start = Clock::now();
+      for (int i = 0; i < batch; ++i) library();
+      libraryTotal += Clock::now() - start;
+    };
+    const auto runBaseline = [&] {
+      const auto start = Clock::now();
+      for (int i = 0; i < batch; ++i) baseline();
+      baselineTotal += Clock::now() - start;
+    };
+    libraryFirst = !libraryFirst;
+    if (libraryFirst) {
+      runLibrary();
+      runBaseline();
+    } else {
+      runBaseline();
+      runLibrary();
+    }
+  }
+  const double calls = static_cast<double>(state.iterations()) * batch;
+  state.counters["library"] = std::chrono::duration<double>(libraryTotal).count() / calls;
+  state.counters["baseline"] = std::chrono::duration<double>(baselineTotal).count() / calls;
+}
+
+const Decimal& samplePrice() {
+  static const Decimal price = *Decimal::fromString("1234.99");
+  return price;
+}
+
+void displayPriceWarm(benchmark::State& state) {
   const Locale locale("de_DE");
-  velquist::storekit::displayPrice(price, locale, FloatingPointRoundingRule::down);
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(velquist::storekit::displayPrice(price, locale, FloatingPointRoundingRule::down));
-  }
-}
-
-void displayPriceWarmBaseline(benchmark::State& state) {
-  const Decimal price = *Decimal::fromString("1234.99");
   const auto format = makeIcuFormatter("de_DE");
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(icuFormat(*format, price.description()));
-  }
+  velquist::storekit::displayPrice(samplePrice(), locale, FloatingPointRoundingRule::down);
+  interleaved(
+      state, 200,
+      [&] {
+        benchmark::DoNotOptimize(
+            velquist::storekit::displayPrice(samplePrice(), locale, FloatingPointRoundingRule::down));
+      },
+      [&] { benchmark::DoNotOptimize(icuFormat(*format, samplePrice().description())); });
 }
 
-// Every iteration asks for a locale identifier not seen before (a private-use keyword makes
-// it new without changing what ICU loads), so every iteration builds a formatter.
+// Every call asks for a locale identifier not seen before (a private-use keyword makes it
+// new without changing what ICU loads), so every call builds a formatter.
 std::string freshIdentifier() {
   static int counter = 0;
   return "de_DE@x=n" + std::to_string(++counter);
 }
 
-void displayPriceNewLocaleLibrary(benchmark::State& state) {
-  const Decimal price = *Decimal::fromString("1234.99");
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(velquist::storekit::displayPrice(price, Locale(freshIdentifier()), FloatingPointRoundingRule::down));
-  }
-}
-
-void displayPriceNewLocaleBaseline(benchmark::State& state) {
-  const Decimal price = *Decimal::fromString("1234.99");
-  for (auto _ : state) {
-    const auto format = makeIcuFormatter(freshIdentifier());
-    benchmark::DoNotOptimize(icuFormat(*format, price.description()));
-  }
-}
-
-void convertAndDiscountLibrary(benchmark::State& state) {
-  const Product weekly(Product::ID("weekly"), "", "", *Decimal::fromString("4.99"), Locale("en_US"), "",
-                       Product::SubscriptionInfo{.subscriptionPeriod = Product::SubscriptionPeriod::week(1)});
-  const Product yearly(Product::ID("yearly"), "", "", *Decimal::fromString("39.99"), Locale("en_US"), "",
-                       Product::SubscriptionInfo{.subscriptionPeriod = Product::SubscriptionPeriod::year(1)});
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(weekly.subscription->subscriptionPeriod.convertPrice(weekly.price,
-                                                                                   Product::SubscriptionPeriod::year(1)));
-    benchmark::DoNotOptimize(yearly.discount(weekly));
-  }
+void displayPriceNewLocale(benchmark::State& state) {
+  interleaved(
+      state, 1,
+      [] {
+        benchmark::DoNotOptimize(velquist::storekit::displayPrice(samplePrice(), Locale(freshIdentifier()),
+                                                                  FloatingPointRoundingRule::down));
+      },
+      [] {
+        const auto format = makeIcuFormatter(freshIdentifier());
+        benchmark::DoNotOptimize(icuFormat(*format, samplePrice().description()));
+      });
 }
 
 #if VELQUIST_HAVE_BOOST
@@ -112,29 +136,37 @@ BoostDecimal roundBankers2(const BoostDecimal& value) {
   return whole / 100;
 }
 
-void convertAndDiscountBaseline(benchmark::State& state) {
+void convertAndDiscount(benchmark::State& state) {
+  const Product weekly(Product::ID("weekly"), "", "", *Decimal::fromString("4.99"), Locale("en_US"), "",
+                       Product::SubscriptionInfo{.subscriptionPeriod = Product::SubscriptionPeriod::week(1)});
+  const Product yearly(Product::ID("yearly"), "", "", *Decimal::fromString("39.99"), Locale("en_US"), "",
+                       Product::SubscriptionInfo{.subscriptionPeriod = Product::SubscriptionPeriod::year(1)});
   const BoostDecimal weeklyPrice("4.99");
   const BoostDecimal yearlyPrice("39.99");
   const BoostDecimal weeksPerYear(52.1786);
   const BoostDecimal one(1);
-  for (auto _ : state) {
-    // The weekly price per year (as convertPrice), then the yearly plan's saving (as discount:
-    // both restated per year, the yearly one by the day-count ratio 336 / 336).
-    const BoostDecimal weeklyPerYear = weeklyPrice / 1 * weeksPerYear * 1;
-    benchmark::DoNotOptimize(weeklyPerYear);
-    const BoostDecimal yearlyPerYear = yearlyPrice * BoostDecimal(336.0 / 336.0);
-    const BoostDecimal otherPerYear = weeklyPrice / 1 * weeksPerYear * 1;
-    benchmark::DoNotOptimize(one - roundBankers2(yearlyPerYear / otherPerYear));
-  }
+  interleaved(
+      state, 200,
+      [&] {
+        benchmark::DoNotOptimize(weekly.subscription->subscriptionPeriod.convertPrice(
+            weekly.price, Product::SubscriptionPeriod::year(1)));
+        benchmark::DoNotOptimize(yearly.discount(weekly));
+      },
+      [&] {
+        // The weekly price per year (as convertPrice), then the yearly plan's saving (as
+        // discount: both restated per year, the yearly one by the day-count ratio 336 / 336).
+        const BoostDecimal weeklyPerYear = weeklyPrice / 1 * weeksPerYear * 1;
+        benchmark::DoNotOptimize(weeklyPerYear);
+        const BoostDecimal yearlyPerYear = yearlyPrice * BoostDecimal(336.0 / 336.0);
+        const BoostDecimal otherPerYear = weeklyPrice / 1 * weeksPerYear * 1;
+        benchmark::DoNotOptimize(one - roundBankers2(yearlyPerYear / otherPerYear));
+      });
 }
-BENCHMARK(convertAndDiscountBaseline)->Name("convertPrice and discount/baseline");
+BENCHMARK(convertAndDiscount)->Name("convertPrice and discount");
 #endif
 
-BENCHMARK(displayPriceWarmBaseline)->Name("displayPrice warm cache/baseline");
-BENCHMARK(displayPriceWarmLibrary)->Name("displayPrice warm cache/library");
-BENCHMARK(displayPriceNewLocaleBaseline)->Name("displayPrice new locale/baseline")->Iterations(3000);
-BENCHMARK(displayPriceNewLocaleLibrary)->Name("displayPrice new locale/library")->Iterations(3000);
-BENCHMARK(convertAndDiscountLibrary)->Name("convertPrice and discount/library");
+BENCHMARK(displayPriceWarm)->Name("displayPrice warm cache");
+BENCHMARK(displayPriceNewLocale)->Name("displayPrice new locale")->Iterations(3000);
 
 }  // namespace
 

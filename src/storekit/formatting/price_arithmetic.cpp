@@ -10,7 +10,7 @@ using foundation::NumberFormatter;
 using Period = Product::SubscriptionPeriod;
 using Unit = Period::Unit;
 
-Decimal Period::convertPrice(const Decimal& price, const SubscriptionPeriod& period) const {
+Decimal Period::convertPrice(const Decimal& amount, const SubscriptionPeriod& period) const {
   // Calendar factors written as double literals and converted as the platform converts
   // them: 52.1786 becomes 52.17860000000001024. They disagree with `numberOfDays` (a year
   // is 365.3 days here but 336 there) on purpose.
@@ -26,11 +26,11 @@ Decimal Period::convertPrice(const Decimal& price, const SubscriptionPeriod& per
   if (unit == Unit::week && period.unit == Unit::year) factor = &weeksPerYear;
   if (factor != nullptr) {
     // Left to right, exactly in this order: the rounding of each step is part of the result.
-    return price / Decimal(value) * *factor * Decimal(period.value);
+    return amount / Decimal(value) * *factor * Decimal(period.value);
   }
   // Every other pair goes through the ratio of day counts, computed in double.
   const double ratio = static_cast<double>(period.numberOfDays()) / static_cast<double>(numberOfDays());
-  return price * Decimal::fromDouble(ratio);
+  return amount * Decimal::fromDouble(ratio);
 }
 
 std::optional<Decimal> Product::discount(const Product& other) const {

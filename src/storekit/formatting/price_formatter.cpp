@@ -104,26 +104,27 @@ void PriceFormatter::setLocale(Locale locale) {
   locale_ = std::move(locale);
 }
 
-PriceFormatter::RoundingMode PriceFormatter::roundingMode() const {
-  support::LockGuard guard(mutex_);
-  return roundingMode_;
-}
+PriceFormatter::RoundingMode PriceFormatter::roundingMode() const { return roundingMode_.load(); }
 
-void PriceFormatter::setRoundingMode(RoundingMode roundingMode) {
-  support::LockGuard guard(mutex_);
-  roundingMode_ = roundingMode;
-}
+void PriceFormatter::setRoundingMode(RoundingMode roundingMode) { roundingMode_.store(roundingMode); }
 
 const NumberFormatter& PriceFormatter::formatter(const Locale& locale, RoundingMode roundingMode) {
   FormatterKey key{locale.identifier(), roundingMode};
+  // Formatters live as long as the process, so each thread may remember the last one it
+  // was given and skip the lock and the lookup when asked for the same key again.
+  thread_local FormatterKey lastKey;
+  thread_local const NumberFormatter* lastFormatter = nullptr;
+  if (lastFormatter != nullptr && key == lastKey) return *lastFormatter;
   FormatterCache& shared = cache();
   support::LockGuard guard(shared.lock);
   auto found = shared.formatters.find(key);
   if (found == shared.formatters.end()) {
     auto formatter = makeFormatter(key);
-    found = shared.formatters.emplace(std::move(key), std::move(formatter)).first;
+    found = shared.formatters.emplace(key, std::move(formatter)).first;
   }
-  return *found->second;
+  lastKey = std::move(key);
+  lastFormatter = found->second.get();
+  return *lastFormatter;
 }
 
 std::size_t PriceFormatter::cachedFormatterCount() {
@@ -133,16 +134,8 @@ std::size_t PriceFormatter::cachedFormatterCount() {
 }
 
 std::optional<std::string> PriceFormatter::string(const Decimal& price) const {
-  // Both settings are read at once (another thread may still change them right after), and
-  // formatting happens outside every lock: a cached formatter is safe to share.
-  Locale currentLocale;
-  RoundingMode currentRoundingMode;
-  {
-    support::LockGuard guard(mutex_);
-    currentLocale = locale_;
-    currentRoundingMode = roundingMode_;
-  }
-  const NumberFormatter& numberFormatter = formatter(currentLocale, currentRoundingMode);
+  // Formatting happens outside every lock: a cached formatter is safe to share.
+  const NumberFormatter& numberFormatter = formatter(locale(), roundingMode());
   auto text = numberFormatter.string(price);
   if (!text) return std::nullopt;
   return replacingCurrencySymbolIfNeeded(std::move(*text));

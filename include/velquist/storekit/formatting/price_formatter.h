@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <optional>
 #include <string>
 
@@ -49,7 +50,7 @@ class PriceFormatter {
  private:
   mutable support::Mutex mutex_;
   foundation::Locale locale_ VELQUIST_GUARDED_BY(mutex_);
-  RoundingMode roundingMode_ VELQUIST_GUARDED_BY(mutex_);
+  std::atomic<RoundingMode> roundingMode_;
 };
 
 }  // namespace velquist::storekit
