@@ -125,11 +125,11 @@ struct NumberFormatter::State {
     const icu::number::LocalizedNumberFormatter* formatter = nullptr;  // owned by `format`
 
     // The formats as the pattern now has them, the one set given as set.
-    std::pair<std::string, std::string> formats(const Settings& settings) const {
-      if (!format) return {settings.positiveFormat.value_or(""), settings.negativeFormat.value_or("")};
+    std::pair<std::string, std::string> formats(const Settings& made) const {
+      if (!format) return {made.positiveFormat.value_or(""), made.negativeFormat.value_or("")};
       icu::UnicodeString pattern;
       const auto [positive, negative] = patternParts(format->toPattern(pattern));
-      return {settings.positiveFormat.value_or(toUtf8(positive)), settings.negativeFormat.value_or(toUtf8(negative))};
+      return {made.positiveFormat.value_or(toUtf8(positive)), made.negativeFormat.value_or(toUtf8(negative))};
     }
   };
 
