@@ -7,6 +7,8 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <initializer_list>
+#include <type_traits>
 
 #include "velquist/foundation/decimal.h"
 
@@ -66,13 +68,15 @@ constexpr UInt256 add(UInt128 lhs, UInt128 rhs) {
   return UInt256(sum < lhs ? 1 : 0, sum);
 }
 
-/// Divides `value` in place by a small divisor (1...2^32-1) and returns the remainder.
-constexpr std::uint32_t divideSmall(UInt256& value, std::uint32_t divisor) {
-  // Long division by 32-bit digits, most significant first: each partial dividend
-  // (remainder << 32 | digit) fits in 64 bits, so every step is a native 64-bit division.
+/// Long division of a 256-bit value in place by a divisor below 2^32, by 32-bit digits most
+/// significant first: each partial dividend (remainder << 32 | digit) fits in 64 bits, so
+/// every step is a native 64-bit division, or a multiplication when the divisor is a
+/// compile-time constant (std::integral_constant). Returns the remainder.
+template <class Divisor>
+constexpr std::uint32_t divideByDigits(UInt256& value, Divisor divisor) {
   std::uint64_t remainder = 0;
-  UInt128* const halves[2] = {&value.high, &value.low};
-  for (UInt128* half : halves) {
+  for (UInt128* half : {&value.high, &value.low}) {
+    if (*half == 0 && remainder == 0) continue;  // a zero half divides to zero
     UInt128 quotient = 0;
     for (int shift = 96; shift >= 0; shift -= 32) {
       const std::uint64_t current = (remainder << 32) | static_cast<std::uint32_t>(*half >> shift);
@@ -84,9 +88,18 @@ constexpr std::uint32_t divideSmall(UInt256& value, std::uint32_t divisor) {
   return static_cast<std::uint32_t>(remainder);
 }
 
-/// Divides a 128-bit value in place by a constant (10, 10000, ...) and returns the
-/// remainder. With the divisor known at compile time every step becomes a multiplication,
-/// which is what keeps trailing-zero stripping and rounding cheap.
+/// Divides `value` in place by a small divisor (1...2^32-1) and returns the remainder.
+constexpr std::uint32_t divideSmall(UInt256& value, std::uint32_t divisor) { return divideByDigits(value, divisor); }
+
+/// Divides a 256-bit value in place by a constant (10, 10000, ...) and returns the
+/// remainder; the constant turns each step into a multiplication, which is what keeps
+/// cutting results back and stripping trailing zeros cheap.
+template <std::uint32_t Divisor>
+constexpr std::uint32_t divideBy(UInt256& value) {
+  return divideByDigits(value, std::integral_constant<std::uint32_t, Divisor>{});
+}
+
+/// The same for a 128-bit value.
 template <std::uint32_t Divisor>
 constexpr std::uint32_t divideBy(UInt128& value) {
   if ((value >> 64) == 0) {
@@ -94,33 +107,10 @@ constexpr std::uint32_t divideBy(UInt128& value) {
     value = narrow / Divisor;
     return static_cast<std::uint32_t>(narrow % Divisor);
   }
-  std::uint64_t remainder = 0;
-  UInt128 quotient = 0;
-  for (int shift = 96; shift >= 0; shift -= 32) {
-    const std::uint64_t current = (remainder << 32) | static_cast<std::uint32_t>(value >> shift);
-    quotient |= static_cast<UInt128>(current / Divisor) << shift;
-    remainder = current % Divisor;
-  }
-  value = quotient;
-  return static_cast<std::uint32_t>(remainder);
-}
-
-/// The same for a 256-bit value.
-template <std::uint32_t Divisor>
-constexpr std::uint32_t divideBy(UInt256& value) {
-  if (value.high == 0) return divideBy<Divisor>(value.low);
-  std::uint64_t remainder = 0;
-  UInt128* const halves[2] = {&value.high, &value.low};
-  for (UInt128* half : halves) {
-    UInt128 quotient = 0;
-    for (int shift = 96; shift >= 0; shift -= 32) {
-      const std::uint64_t current = (remainder << 32) | static_cast<std::uint32_t>(*half >> shift);
-      quotient |= static_cast<UInt128>(current / Divisor) << shift;
-      remainder = current % Divisor;
-    }
-    *half = quotient;
-  }
-  return static_cast<std::uint32_t>(remainder);
+  UInt256 wide(value);
+  const std::uint32_t remainder = divideBy<Divisor>(wide);
+  value = wide.low;
+  return remainder;
 }
 
 /// floor(dividend / divisor) for a non-zero 128-bit divisor (schoolbook long division in
