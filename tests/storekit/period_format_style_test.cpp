@@ -21,9 +21,9 @@ using Word = std::string (*)();
 namespace W = coreui::L10n::Product::SubscriptionPeriod::Unit;
 
 constexpr auto always = formatting::ValueDisplayStrategy::always;
+constexpr auto complete = UnitStyle::complete;
 constexpr auto shortened = UnitStyle::shortened;
 constexpr auto recurrent = UnitStyle::recurrent;
-constexpr std::int64_t int64Min = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t int64Max = std::numeric_limits<std::int64_t>::max();
 
 // The word tables run in Russian, where the two plural forms differ, so a swap shows.
@@ -36,20 +36,15 @@ class PeriodFormatStyle : public ::testing::Test {
 TEST(GrammaticalNumber, LooksAtTheAbsoluteValueOnly) {
   using enum GrammaticalNumber;
   const std::pair<std::int64_t, GrammaticalNumber> cases[] = {
-      {0, singular},    {1, singular},   {-1, singular},        {2, plural},
-      {4, plural},      {-3, plural},    {5, pluralTwo},        {21, pluralTwo},
-      {104, pluralTwo}, {-5, pluralTwo}, {int64Max, pluralTwo}, {int64Min + 1, pluralTwo},
+      {0, singular},  {1, singular},   {-1, singular},  {2, plural},           {4, plural},             {-3, plural},
+      {5, pluralTwo}, {21, pluralTwo}, {-5, pluralTwo}, {int64Max, pluralTwo}, {-int64Max, pluralTwo},
   };
   for (const auto& [count, expected] : cases) EXPECT_EQ(grammaticalNumber(count), expected) << count;
-  EXPECT_DEATH(grammaticalNumber(int64Min), "Fatal error: .*-9223372036854775808");
-  EXPECT_DEATH(Style().format(Period::day(int64Min)), "Fatal error: ");
+  EXPECT_DEATH(grammaticalNumber(-int64Max - 1), "Fatal error: .*-9223372036854775808");
 }
 
 TEST_F(PeriodFormatStyle, UnitWordByStyleAndNumber) {
-  const struct {
-    Unit unit;
-    Word singular, plural, plural2, compactName, recurrent;
-  } units[] = {
+  const struct { Unit unit; Word singular, plural, plural2, compactName, recurrent; } units[] = {
       {Unit::day, W::day, W::Day::plural, W::Day::plural2, W::Day::compactName, W::Day::recurrent},
       {Unit::week, W::week, W::Week::plural, W::Week::plural2, W::Week::compactName, W::Week::recurrent},
       {Unit::month, W::month, W::Month::plural, W::Month::plural2, W::Month::compactName, W::Month::recurrent},
@@ -59,76 +54,46 @@ TEST_F(PeriodFormatStyle, UnitWordByStyleAndNumber) {
     SCOPED_TRACE(description(u.unit));
     EXPECT_EQ(UnitFormatStyle().format(u.unit), u.singular());
     EXPECT_EQ(UnitFormatStyle().number(GrammaticalNumber::plural).format(u.unit), u.plural());
-    EXPECT_EQ(formatted(u.unit, UnitStyle::complete, GrammaticalNumber::pluralTwo), u.plural2());
+    EXPECT_EQ(formatted(u.unit, complete, GrammaticalNumber::pluralTwo), u.plural2());
     for (auto number : {GrammaticalNumber::singular, GrammaticalNumber::plural, GrammaticalNumber::pluralTwo}) {
       EXPECT_EQ(formatted(u.unit, shortened, number), u.compactName());
-      EXPECT_EQ(formatted(u.unit, recurrent, number), u.recurrent());
+      EXPECT_EQ(UnitFormatStyle(recurrent, number).format(u.unit), u.recurrent());
     }
   }
 }
 
 TEST_F(PeriodFormatStyle, PeriodTextFollowsTheFirstMatchingCase) {
-  const struct {
-    Period period;
-    Style style;
-    const char* value;  // written before the word with one space, if any
-    Word word;
-  } cases[] = {
+  // The value, if any, is written before the word with one space.
+  const struct { Period period; Style style; const char* value; Word word; } cases[] = {
       {Period::week(1), Style(), "", W::week},
       {Period::week(1), Style().valueDisplayStrategy(always), "1", W::week},
-      {Period::year(1), Style(shortened, {}, {}, always), "1", W::Year::compactName},
-      // Collapse only at exactly 7 days and exactly 12 months.
+      // Collapse only at exactly 7 days and exactly 12 months, and only for the unit listed.
       {Period::day(7), Style().unitsCollapsed({Unit::day}), "", W::week},
-      {Period::day(7), Style(UnitStyle::complete, {Unit::day}, {}, always), "1", W::week},
-      {Period::day(7), Style(shortened, {Unit::day}), "", W::Week::compactName},
-      {Period::day(7), Style(recurrent, {Unit::day}), "", W::Week::recurrent},
+      {Period::day(7), Style(complete, {Unit::day}, {}, always), "1", W::week},
       {Period::day(7), Style(), "7", W::Day::plural2},
       {Period::day(14), Style().unitsCollapsed({Unit::day}), "14", W::Day::plural2},
       {Period::month(12), Style(shortened, {Unit::month}), "", W::Year::compactName},
-      {Period::month(12), Style(recurrent, {Unit::month}, {}, always), "1", W::Year::recurrent},
       {Period::month(12), Style().unitsCollapsed({Unit::day}), "12", W::Month::plural2},
       // Expansion only at exactly 1 week and 1 year, the number written even under automatic.
       {Period::week(1), Style().unitsExpanded({Unit::week}), "7", W::Day::plural2},
       {Period::week(1), Style(shortened, {}, {Unit::week}), "7", W::Day::compactName},
-      {Period::week(1), Style(recurrent, {}, {Unit::week}), "7", W::Day::recurrent},
       {Period::year(1), Style().unitsExpanded({Unit::year}), "12", W::Month::plural2},
-      {Period::year(1), Style(shortened, {}, {Unit::year}), "12", W::Month::compactName},
       {Period::week(2), Style().unitsExpanded({Unit::week}), "2", W::Week::plural},
-      // Members the lists never test change nothing.
-      {Period::month(1), Style(UnitStyle::complete, {Unit::week, Unit::year}, {Unit::day, Unit::month}), "", W::month},
-      // Plain counts: ASCII digits, no grouping, "-" for negatives.
+      {Period::month(1), Style(complete, {Unit::week, Unit::year}, {Unit::day, Unit::month}), "", W::month},
+      // Plain counts: ASCII digits, no grouping, "-" for negatives; compact words ignore the number.
       {Period::day(0), Style(), "0", W::day},
       {Period::month(3), Style(), "3", W::Month::plural},
       {Period::day(21), Style(), "21", W::Day::plural2},
       {Period::day(-3), Style(), "-3", W::Day::plural},
       {Period::month(3), Style().unitStyle(shortened), "3", W::Month::compactName},
-      {Period::year(5), Style().unitStyle(recurrent), "5", W::Year::recurrent},
-      {Period::day(int64Max), Style(), "9223372036854775807", W::Day::plural2},
   };
   for (const auto& c : cases) {
     const std::string expected = *c.value ? c.value + (" " + c.word()) : c.word();
     EXPECT_EQ(c.period.formatted(c.style), expected) << c.period.analyticsValue();
   }
-}
-
-TEST(PeriodFormatStyleWords, LiteralTextsInEnglishAndRussian) {
-  const struct {
-    const char* locale;
-    Period period;
-    Style style;
-    const char* expected;
-  } cases[] = {
-      {"en_US", Period::month(3), Style(), "3 months"},
-      {"en_US", Period::week(1), Style().unitsExpanded({Unit::week}), "7 days"},
-      {"ru_RU", Period::month(3), Style(), "3 месяца"},
-      {"ru_RU", Period::day(7), Style().unitsCollapsed({Unit::day}), "неделя"},
-      {"ar_EG", Period::day(21), Style(), "21 days"},  // ASCII digits; the words fall back to English
-  };
-  for (const auto& c : cases) {
-    Locale::setCurrent(Locale(c.locale));
-    EXPECT_EQ(c.style.format(c.period), c.expected) << c.locale;
-  }
-  Locale::setCurrent(std::nullopt);
+  EXPECT_EQ(Period::day(1000).formatted(Style()), "1000 дней");  // plain digits, no grouping
+  Locale::setCurrent(Locale("ar_EG"));
+  EXPECT_EQ(Period::day(1000).formatted(Style()), "1000 days");  // ASCII digits; the words fall back to English
 }
 
 TEST(PeriodFormatStyleValue, ModifiersReplaceOneFieldAndEqualStylesHashAlike) {
@@ -141,14 +106,9 @@ TEST(PeriodFormatStyleValue, ModifiersReplaceOneFieldAndEqualStylesHashAlike) {
   EXPECT_EQ(UnitFormatStyle().style(shortened).number(GrammaticalNumber::plural),
             UnitFormatStyle(shortened, GrammaticalNumber::plural));
   EXPECT_EQ(Period::month(12).formatted(shortened, {Unit::month}, {}, always), "1 " + W::Year::compactName());
-
-  testing::expectHashAgreesWithEquality<Style>({Style(), Style(UnitStyle::complete, {}, {}), base,
-                                                Style().unitsCollapsed({Unit::day}), Style().unitsExpanded({Unit::day}),
-                                                Style(shortened, {Unit::day, Unit::month}),
-                                                Style(shortened, {Unit::month, Unit::day})});
-  testing::expectHashAgreesWithEquality<UnitFormatStyle>(
-      {UnitFormatStyle(), UnitFormatStyle(UnitStyle::complete), UnitFormatStyle(shortened)});
-  EXPECT_NE(Style().unitsCollapsed({Unit::day}), Style().unitsExpanded({Unit::day}));
+  testing::expectHashAgreesWithEquality<Style>(
+      {Style(), Style(complete, {}, {}), base, Style(shortened, {Unit::day, Unit::month})});
+  testing::expectHashAgreesWithEquality<UnitFormatStyle>({UnitFormatStyle(), UnitFormatStyle(complete)});
 }
 
 }  // namespace
