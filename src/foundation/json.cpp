@@ -143,11 +143,11 @@ class TreeBuilder {
   std::string errorReason_;
 };
 
-// The 1-based byte position of the bracket that opens nesting level `depth`. Only called
-// once the parser has accepted everything up to that bracket, so the text before it is
-// valid JSON and strings can be skipped by their quotes and escapes alone.
-std::size_t positionOfLevel(std::string_view text, std::size_t depth) {
-  std::size_t level = 0;
+// Walks the bytes of `text` outside strings, skipping strings by their quotes and escapes
+// alone: exact for text that is valid JSON up to where the walk is used. `visit(i)` returns
+// how many bytes after text[i] it consumed, or nothing to stop the walk.
+template <class Visit>
+void forEachOutsideStrings(std::string_view text, Visit visit) {
   bool inString = false;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
@@ -159,13 +159,31 @@ std::size_t positionOfLevel(std::string_view text, std::size_t depth) {
       }
     } else if (c == '"') {
       inString = true;
-    } else if (c == '[' || c == '{') {
-      if (++level == depth) return i + 1;
-    } else if (c == ']' || c == '}') {
-      --level;
+    } else {
+      const std::optional<std::size_t> consumed = visit(i);
+      if (!consumed) return;
+      i += *consumed;
     }
   }
-  return text.size();
+}
+
+// The 1-based byte position of the bracket that opens nesting level `depth`. Only called
+// once the parser has accepted everything up to that bracket.
+std::size_t positionOfLevel(std::string_view text, std::size_t depth) {
+  std::size_t level = 0;
+  std::size_t position = text.size();
+  forEachOutsideStrings(text, [&](std::size_t i) -> std::optional<std::size_t> {
+    if (text[i] == '[' || text[i] == '{') {
+      if (++level == depth) {
+        position = i + 1;
+        return std::nullopt;
+      }
+    } else if (text[i] == ']' || text[i] == '}') {
+      --level;
+    }
+    return 0;
+  });
+  return position;
 }
 
 // Whether a JSON number's magnitude is 1e308 or more, where a double may overflow.
@@ -214,30 +232,19 @@ struct HiddenNumbers {
 HiddenNumbers hideHugeNumbers(std::string_view text) {
   HiddenNumbers hidden{std::string(text), {}};
   std::size_t ordinal = 0;
-  bool inString = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (inString) {
-      if (c == '\\') {
-        ++i;
-      } else if (c == '"') {
-        inString = false;
-      }
-    } else if (c == '"') {
-      inString = true;
-    } else if (c == '-' || isDigit(c)) {
-      // The parser reads the longest number here, as this does.
-      const std::size_t length = jsonNumberLength(text.substr(i));
-      if (length == 0) continue;
-      const std::string_view token = text.substr(i, length);
-      if (isHugeNumber(token)) {
-        hidden.texts.emplace(ordinal, std::string(token));
-        hidden.shown.replace(i, length, "0" + std::string(length - 1, ' '));
-      }
-      ++ordinal;
-      i += length - 1;
+  forEachOutsideStrings(text, [&](std::size_t i) -> std::optional<std::size_t> {
+    if (text[i] != '-' && !isDigit(text[i])) return 0;
+    // The parser reads the longest number here, as this does.
+    const std::size_t length = jsonNumberLength(text.substr(i));
+    if (length == 0) return 0;
+    const std::string_view token = text.substr(i, length);
+    if (isHugeNumber(token)) {
+      hidden.texts.emplace(ordinal, std::string(token));
+      hidden.shown.replace(i, length, "0" + std::string(length - 1, ' '));
     }
-  }
+    ++ordinal;
+    return length - 1;
+  });
   return hidden;
 }
 
