@@ -1,10 +1,12 @@
 #include "velquist/foundation/bundle.h"
+#include "velquist/foundation/rounding_rule.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -68,6 +70,19 @@ TEST_F(MainBundle, ReadersSeeWholeDictionariesWhileTheyAreReplaced) {
   for (int i = 0; i < 2000; ++i) EXPECT_PRED1(isWhole, Bundle::main().bundleIdentifier());
   writer.join();
   EXPECT_EQ(Bundle::main().bundleIdentifier(), "one");
+}
+
+// The case names are the rules' serial form, so each must read back exactly and nothing else may.
+TEST(FloatingPointRoundingRule, IsNamedByItsExactCaseName) {
+  const std::vector<std::string_view> names = {"toNearestOrAwayFromZero", "toNearestOrEven", "up", "down", "towardZero",
+                                               "awayFromZero"};
+  for (std::size_t raw = 0; raw < names.size(); ++raw) {
+    EXPECT_EQ(caseName(static_cast<FloatingPointRoundingRule>(raw)), names[raw]);
+    EXPECT_EQ(roundingRuleNamed(names[raw]), static_cast<FloatingPointRoundingRule>(raw));
+  }
+  for (const char* other : {"", "Up", "towardZero ", "toward_zero", "unknown"}) {
+    EXPECT_EQ(roundingRuleNamed(other), std::nullopt) << other;
+  }
 }
 
 }  // namespace
