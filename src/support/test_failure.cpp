@@ -15,9 +15,9 @@ namespace {
 template <class Function>
 class Replaceable {
  public:
-  void set(Function function) VELQUIST_EXCLUDES(mutex_) {
+  Function set(Function function) VELQUIST_EXCLUDES(mutex_) {
     LockGuard lock(mutex_);
-    function_ = std::move(function);
+    return std::exchange(function_, std::move(function));
   }
   Function get() VELQUIST_EXCLUDES(mutex_) {
     LockGuard lock(mutex_);
@@ -41,7 +41,7 @@ Replaceable<TestFailureReporter>& testFailureReporter() {
 
 }  // namespace
 
-void setLogSink(LogSink sink) { logSink().set(std::move(sink)); }
+LogSink setLogSink(LogSink sink) { return logSink().set(std::move(sink)); }
 
 void writeLogLine(std::string_view line) {
   if (const auto sink = logSink().get()) {
@@ -54,7 +54,9 @@ void writeLogLine(std::string_view line) {
   std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
-void setTestFailureReporter(TestFailureReporter reporter) { testFailureReporter().set(std::move(reporter)); }
+TestFailureReporter setTestFailureReporter(TestFailureReporter reporter) {
+  return testFailureReporter().set(std::move(reporter));
+}
 
 void reportTestFailure(std::string_view message) {
   if (const auto reporter = testFailureReporter().get()) {

@@ -14,9 +14,10 @@ namespace velquist::support {
 ///     reportTestFailure("Unimplemented: @Dependency(\\.requestReview)");
 ///
 /// Thread-safety: callable from any thread; the reporter is called outside any lock of
-/// ours. `setTestFailureReporter` with an empty function restores the default.
+/// ours. `setTestFailureReporter` with an empty function restores the default; it returns
+/// the reporter it replaced.
 using TestFailureReporter = std::function<void(std::string_view message)>;
-void setTestFailureReporter(TestFailureReporter reporter);
+TestFailureReporter setTestFailureReporter(TestFailureReporter reporter);
 void reportTestFailure(std::string_view message);
 
 }  // namespace velquist::support
