@@ -59,19 +59,19 @@ class RequestReview : public ::testing::Test {
   }
 };
 
-struct SceneSpec {
+struct SceneRow {
   std::string name;
   bool windowScene;
   SceneActivationState state;
 };
 
-std::vector<std::shared_ptr<platform::UIScene>> makeScenes(const std::vector<SceneSpec>& specs) {
+std::vector<std::shared_ptr<platform::UIScene>> makeScenes(const std::vector<SceneRow>& rows) {
   std::vector<std::shared_ptr<platform::UIScene>> scenes;
-  for (const auto& spec : specs) {
-    if (spec.windowScene) {
-      scenes.push_back(std::make_shared<platform::UIWindowScene>(spec.name, spec.state));
+  for (const auto& row : rows) {
+    if (row.windowScene) {
+      scenes.push_back(std::make_shared<platform::UIWindowScene>(row.name, row.state));
     } else {
-      scenes.push_back(std::make_shared<platform::UIScene>(spec.name, spec.state));
+      scenes.push_back(std::make_shared<platform::UIScene>(row.name, row.state));
     }
   }
   return scenes;
@@ -82,7 +82,7 @@ TEST_F(RequestReview, LiveValueChoosesByVersionAndScene) {
   struct Example {
     std::string name;
     platform::OperatingSystemVersion version;
-    std::vector<SceneSpec> scenes;
+    std::vector<SceneRow> scenes;
     bool expected;
     std::size_t environmentCalls;
     std::vector<std::string> scenesAsked;

@@ -9,7 +9,6 @@
 #include <thread>
 #include <vector>
 
-#include "velquist/support/dependency_values.h"
 #include "velquist/support/task.h"
 
 namespace velquist::support {
@@ -27,19 +26,6 @@ TEST(MainQueue, DrainRunsJobsInOrderIncludingThoseTheyEnqueue) {
   EXPECT_EQ(queue.drain(), 3u);
   EXPECT_EQ(log, (std::vector<std::string>{"a", "b on queue", "c"}));
   EXPECT_EQ(queue.drain(), 0u);
-}
-
-TEST(MainQueue, AJobThatDrainsRunsTheJobsBehindItOnTheSameThread) {
-  MainQueue queue;
-  std::vector<int> log;
-  queue.enqueue([&] {
-    log.push_back(1);
-    queue.drain();
-    log.push_back(3);
-  });
-  queue.enqueue([&] { log.push_back(2); });
-  EXPECT_EQ(queue.drain(), 1u);
-  EXPECT_EQ(log, (std::vector<int>{1, 2, 3}));
 }
 
 TEST(MainQueue, AThrowingJobLeavesTheRestQueued) {
@@ -88,30 +74,7 @@ TEST(MainQueue, TwoThreadsDrainingNeverRunJobsAtTheSameTime) {
   EXPECT_EQ(ran, 400);
 }
 
-struct NameKey {
-  using Value = std::string;
-  static const std::string& liveValue() {
-    static const std::string value = "live";
-    return value;
-  }
-  static const std::string& testValue() {
-    static const std::string value = "test";
-    return value;
-  }
-  static const std::string& previewValue() { return liveValue(); }
-};
-
-TEST(Task, RunsLaterOnItsExecutorWithTheDependenciesOfWhereItWasMade) {
-  MainQueue queue;
-  std::vector<std::string> seen;
-  withDependencies([](DependencyValues& values) { values.set<NameKey>("scoped"); },
-                   [&] { Task(queue, [&] { seen.push_back(DependencyValues::current().get<NameKey>()); }); });
-  Task(queue, [&] { seen.push_back(DependencyValues::current().get<NameKey>()); });
-  EXPECT_TRUE(seen.empty());
-  queue.drain();
-  EXPECT_EQ(seen, (std::vector<std::string>{"scoped", "test"}));
-}
-
+// That Tasks carry their dependencies is tested with the review action.
 TEST(Task, CancellationIsVisibleToTheRunningWorkOnly) {
   MainQueue queue;
   std::vector<bool> cancelledInside;

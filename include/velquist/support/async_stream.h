@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <condition_variable>
 #include <deque>
 #include <exception>
@@ -141,6 +142,7 @@ class AsyncStream {
 
   /// Makes the stream and calls `build` with its continuation at once, on this thread.
   template <class Build>
+    requires std::invocable<Build, Continuation>
   explicit AsyncStream(Build&& build) : state_(std::make_shared<detail::StreamState<T>>()) {
     std::forward<Build>(build)(Continuation(state_));
   }
