@@ -1,0 +1,17 @@
+#pragma once
+
+#include <functional>
+
+namespace velquist::support {
+
+/// Somewhere jobs run: a queue that a thread drains, a thread pool, ...
+///
+/// Thread-safety: `enqueue` may be called from any thread.
+class Executor {
+ public:
+  virtual ~Executor() = default;
+  /// Arranges for `job` to run later; never runs it before returning.
+  virtual void enqueue(std::function<void()> job) = 0;
+};
+
+}  // namespace velquist::support

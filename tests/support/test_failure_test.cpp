@@ -1,0 +1,41 @@
+#include "velquist/support/test_failure.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/reported_failures.h"
+#include "velquist/support/log_sink.h"
+
+namespace velquist::support {
+namespace {
+
+TEST(TestFailure, InsideATestItIsAFailureWithTheMessageFromAnyThread) {
+  const auto failures = testing::failuresDuring([] {
+    reportTestFailure("first");
+    std::thread([] { reportTestFailure("from a worker"); }).join();
+  });
+  EXPECT_EQ(failures, (std::vector<std::string>{testing::reportedFailure("first"),
+                                                testing::reportedFailure("from a worker")}));
+}
+
+TEST(TestFailure, WithoutAReporterTheMessageBecomesOneLogLine) {
+  std::vector<std::string> lines;
+  const auto reporter = setTestFailureReporter(nullptr);
+  const auto sink = setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+  reportTestFailure("Unimplemented: something");
+  setLogSink(sink);
+  setTestFailureReporter(reporter);
+  EXPECT_EQ(lines, (std::vector<std::string>{"Unimplemented: something"}));
+}
+
+TEST(TestFailure, TheDefaultLogSinkWritesTheLineToStandardError) {
+  ::testing::internal::CaptureStderr();
+  writeLogLine("one line");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "one line\n");
+}
+
+}  // namespace
+}  // namespace velquist::support
