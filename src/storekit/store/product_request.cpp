@@ -35,7 +35,8 @@ class ProductRequest final : public platform::SKProductsRequestDelegate {
 
 }  // namespace
 
-std::vector<platform::SKProduct> products(const std::unordered_set<std::string>& identifiers, std::stop_token stop) {
+std::vector<platform::SKProduct> detail::requestProducts(const std::unordered_set<std::string>& identifiers,
+                                                         std::stop_token stop) {
   Stream stream([&identifiers](Stream::Continuation continuation) {
     auto request = platform::SKProductsRequest::create(identifiers);
     auto delegate = std::make_shared<ProductRequest>(continuation);
