@@ -45,24 +45,27 @@ class RecordingDelegate final : public SKProductsRequestDelegate {
 };
 
 TEST(SKProductsRequest, LifeOfARequest) {
-  using Events = std::vector<std::string>;
+  using Step = std::function<void(SKProductsRequest&, ScriptedStoreBackend&)>;
+  const Step nothing = [](auto&, auto&) {};
   struct Example {
     std::string name;
-    bool hold;  // answers wait for the step below
-    std::function<void(SKProductsRequest&, ScriptedStoreBackend&)> afterStart;
-    Events events;
+    Step beforeStart, afterStart;
+    std::vector<std::string> events;
     std::size_t backendCancels;
   };
   const std::vector<Example> examples = {
-      {"answered, then finished", false, [](auto&, auto&) {}, {"received pro", "finished"}, 0},
-      {"a second start asks nothing more", false, [](auto& r, auto&) { r.start(); }, {"received pro", "finished"}, 0},
-      {"cancel before the answer tells the backend and silences the delegate", true,
+      {"answered, then finished", nothing, nothing, {"received pro", "finished"}, 0},
+      {"a second start asks nothing more", nothing, [](auto& r, auto&) { r.start(); }, {"received pro", "finished"}, 0},
+      {"the store's error", [](auto&, auto& b) { b.setFailure(SKError(SKError::Code::unknown, "offline")); }, nothing,
+       {"failed: offline"}, 0},
+      {"cancel before the answer tells the backend and silences the delegate",
+       [](auto&, auto& b) { b.holdAnswers(true); },
        [](auto& r, auto& b) {
          r.cancel();
          b.releaseHeld();
        },
        {}, 1},
-      {"cancel after the answer does nothing", false,
+      {"cancel after the answer does nothing", nothing,
        [](auto& r, auto& b) {
          b.waitForAnswers();
          r.cancel();
@@ -73,11 +76,11 @@ TEST(SKProductsRequest, LifeOfARequest) {
     SCOPED_TRACE(example.name);
     auto backend = std::make_shared<ScriptedStoreBackend>();
     backend->setCatalogue({{.productIdentifier = "pro"}});
-    backend->holdAnswers(example.hold);
     StoreBackendScope scope(backend);
     auto delegate = std::make_shared<RecordingDelegate>();
     auto request = SKProductsRequest::create({"pro", "unknown"});
     request->setDelegate(delegate);
+    example.beforeStart(*request, *backend);
     request->start();
     example.afterStart(*request, *backend);
     backend->waitForAnswers();
@@ -87,21 +90,12 @@ TEST(SKProductsRequest, LifeOfARequest) {
   }
 }
 
-TEST(SKProductsRequest, FailuresReachTheDelegate) {
+TEST(SKProductsRequest, WithoutABackendItFailsBeforeStartReturns) {
   auto delegate = std::make_shared<RecordingDelegate>();
-  auto unconfigured = SKProductsRequest::create({"pro"});
-  unconfigured->setDelegate(delegate);
-  unconfigured->start();  // no backend: failed before start returns
+  auto request = SKProductsRequest::create({"pro"});
+  request->setDelegate(delegate);
+  request->start();
   EXPECT_EQ(delegate->events(), std::vector<std::string>{"failed: no store backend is configured"});
-
-  auto backend = std::make_shared<ScriptedStoreBackend>();
-  backend->setFailure(SKError(SKError::Code::cloudServiceNetworkConnectionFailed, "offline"));
-  StoreBackendScope scope(backend);
-  auto failing = SKProductsRequest::create({"pro"});
-  failing->setDelegate(delegate);
-  failing->start();
-  backend->waitForAnswers();
-  EXPECT_EQ(delegate->events(), (std::vector<std::string>{"failed: no store backend is configured", "failed: offline"}));
 }
 
 TEST(SKProductsRequest, HoldsItsDelegateWeaklyAndAGoneRequestDropsItsAnswer) {

@@ -81,19 +81,12 @@ TEST(ProductFromStore, SubscriptionPartOnlyWithGroupAndPeriod) {
   EXPECT_EQ(makeProduct(nonRenewing).subscription, std::nullopt);
   EXPECT_EQ(makeProduct(withoutPeriod).subscription, std::nullopt);
 
-  const Product plain = makeProduct(monthly());
-  EXPECT_EQ(plain.id, Product::ID("pro.monthly"));
-  EXPECT_EQ(plain.displayName, "Pro");
-  EXPECT_EQ(plain.description, "Everything");
-  EXPECT_EQ(plain.price, Decimal(4999, -3));
-  EXPECT_EQ(plain.displayPrice, "$4.99");  // rounded down, never $5.00
-  EXPECT_EQ(plain.promotionalOfferID, std::nullopt);
-  ASSERT_TRUE(plain.subscription);
-  EXPECT_EQ(plain.subscription->subscriptionGroupID, "pro");
-  EXPECT_EQ(plain.subscription->subscriptionPeriod, Period::month(1));
-  EXPECT_EQ(plain.subscription->introductoryOffer, std::nullopt);
-  EXPECT_TRUE(plain.subscription->promotionalOffers.empty());
-  EXPECT_TRUE(plain.subscription->isEligibleForIntroOffer);
+  Product expected(Product::ID("pro.monthly"), "Pro", "Everything", Decimal(4999, -3), Locale("en_US"),
+                   "$4.99",  // rounded down, never $5.00
+                   Product::SubscriptionInfo{.subscriptionGroupID = "pro",
+                                             .subscriptionPeriod = Period::month(1),
+                                             .isEligibleForIntroOffer = true});
+  EXPECT_EQ(makeProduct(monthly()), expected);
 
   SKProduct offers = monthly();
   offers.introductoryPrice = discount(std::nullopt, 1, 2);  // the type is not forced to introductory
