@@ -1,0 +1,89 @@
+#include "velquist/platform/sk_payment_queue.h"
+
+#include <algorithm>
+
+#include "velquist/platform/store_backend.h"
+
+namespace velquist::platform {
+
+void SKPaymentTransactionObserver::removedTransactions(SKPaymentQueue&, const SKPaymentQueue::Transactions&) {}
+void SKPaymentTransactionObserver::restoreCompletedTransactionsFinished(SKPaymentQueue&) {}
+void SKPaymentTransactionObserver::restoreCompletedTransactionsFailed(SKPaymentQueue&, const SKError&) {}
+
+SKPaymentQueue& SKPaymentQueue::defaultQueue() {
+  static SKPaymentQueue queue;
+  return queue;
+}
+
+void SKPaymentQueue::addTransactionObserver(const std::shared_ptr<SKPaymentTransactionObserver>& observer) {
+  if (!observer) return;
+  support::LockGuard lock(mutex_);
+  // Dropping the dead entries first means a new observer at a dead one's address is new.
+  std::erase_if(observers_, [](const auto& entry) { return entry.expired(); });
+  const bool known = std::ranges::any_of(observers_, [&](const auto& entry) { return entry.lock() == observer; });
+  if (!known) observers_.push_back(observer);
+}
+
+void SKPaymentQueue::removeTransactionObserver(const std::shared_ptr<SKPaymentTransactionObserver>& observer) {
+  support::LockGuard lock(mutex_);
+  std::erase_if(observers_, [&](const auto& entry) {
+    const auto alive = entry.lock();
+    return !alive || alive == observer;
+  });
+}
+
+std::vector<std::shared_ptr<SKPaymentTransactionObserver>> SKPaymentQueue::transactionObservers() const {
+  std::vector<std::shared_ptr<SKPaymentTransactionObserver>> alive;
+  support::LockGuard lock(mutex_);
+  for (const auto& entry : observers_) {
+    if (auto observer = entry.lock()) alive.push_back(std::move(observer));
+  }
+  return alive;
+}
+
+void SKPaymentQueue::add(const SKPayment& payment) {
+  if (auto backend = defaultStoreBackend()) {
+    backend->addPayment(payment);
+    return;
+  }
+  auto transaction = std::make_shared<SKPaymentTransaction>(
+      payment, SKPaymentTransaction::Progress{.state = SKPaymentTransactionState::failed,
+                                              .error = SKError::noStoreBackend()});
+  reportUpdatedTransactions({transaction});
+}
+
+void SKPaymentQueue::finishTransaction(const std::shared_ptr<SKPaymentTransaction>& transaction) {
+  if (!transaction) return;
+  if (auto backend = defaultStoreBackend()) backend->finishTransaction(transaction);
+}
+
+void SKPaymentQueue::restoreCompletedTransactions(const std::optional<std::string>& applicationUsername) {
+  if (auto backend = defaultStoreBackend()) {
+    backend->restoreCompletedTransactions(applicationUsername);
+    return;
+  }
+  reportRestoreCompletedTransactionsFailed(SKError::noStoreBackend());
+}
+
+std::optional<SKStorefront> SKPaymentQueue::storefront() const {
+  const auto backend = defaultStoreBackend();
+  return backend ? backend->storefront() : std::nullopt;
+}
+
+void SKPaymentQueue::reportUpdatedTransactions(const Transactions& transactions) {
+  for (const auto& observer : transactionObservers()) observer->updatedTransactions(*this, transactions);
+}
+
+void SKPaymentQueue::reportRemovedTransactions(const Transactions& transactions) {
+  for (const auto& observer : transactionObservers()) observer->removedTransactions(*this, transactions);
+}
+
+void SKPaymentQueue::reportRestoreCompletedTransactionsFinished() {
+  for (const auto& observer : transactionObservers()) observer->restoreCompletedTransactionsFinished(*this);
+}
+
+void SKPaymentQueue::reportRestoreCompletedTransactionsFailed(const SKError& error) {
+  for (const auto& observer : transactionObservers()) observer->restoreCompletedTransactionsFailed(*this, error);
+}
+
+}  // namespace velquist::platform
