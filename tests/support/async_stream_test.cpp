@@ -24,7 +24,7 @@ TEST(AsyncStream, WhatTheConsumerSeesAndWhenTheHandlerRuns) {
   };
   for (const auto& [produce, seen] : examples) {
     int terminations = 0;
-    Stream stream([&](Stream::Continuation continuation) {
+    Stream stream([&terminations, &produce = produce](Stream::Continuation continuation) {
       continuation.onTermination([&] { ++terminations; });
       EXPECT_TRUE(continuation.yield(1) && continuation.yield(2));
       produce(continuation);
