@@ -28,8 +28,7 @@ StoreKitConfiguration fixture(const std::string& word) {
   return loadStoreKitConfiguration(dataDir / word);  // fails naming the file
 }
 
-// "file|path|reason" of the StoreKitConfigurationError that `load` throws, or "no error";
-// any other exception escapes and fails the test.
+// "file|path|reason" of the StoreKitConfigurationError `load` throws, or "no error"; other exceptions escape.
 std::string errorOf(const std::function<void()>& load) try {
   load();
   return "no error";
@@ -201,7 +200,7 @@ TEST(StoreKitConfiguration, UnreadableFiles) {
               ::testing::StartsWith(readme.string() + "||The given data was not valid JSON"));
 }
 
-TEST(StoreKitConfiguration, TruncatedAndByteMutatedFilesNeverCrash) {
+TEST(StoreKitConfiguration, TruncatedMutatedAndWronglyTypedFilesNeverCrash) {
   std::mt19937 random(20240611);  // fixed seed: the same inputs on every run
   std::vector<std::filesystem::path> files = {exampleFile};
   for (const auto& folder : {ownDataDir, dataDir}) {
@@ -214,10 +213,11 @@ TEST(StoreKitConfiguration, TruncatedAndByteMutatedFilesNeverCrash) {
     const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     for (std::size_t cut = 0; cut < text.size(); cut += 97) errorOf(text.substr(0, cut));
     for (int round = 0; round < 50; ++round) {
-      std::string mutated = text;
-      mutated[random() % mutated.size()] = static_cast<char>(random() % 256);
-      errorOf(mutated);
+      const std::size_t at = random() % text.size();
+      errorOf(std::string(text).replace(at, 1, 1, static_cast<char>(random() % 256)));
     }
+    for (std::size_t at = text.find("false"); at != std::string::npos; at = text.find("false", at + 1))
+      errorOf(std::string(text).replace(at, 5, "0"));  // each flag in turn of the wrong kind
   }
 }
 
