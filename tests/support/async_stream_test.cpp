@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <stop_token>
@@ -15,103 +16,61 @@ namespace {
 
 using Stream = AsyncStream<int>;
 
-// Everything the consumer gets until the stream ends; "error" stands for a thrown error.
-std::vector<std::string> drainStream(Stream& stream) {
-  std::vector<std::string> seen;
-  try {
-    while (auto value = stream.next()) seen.push_back(std::to_string(*value));
-  } catch (const std::runtime_error& error) {
-    seen.push_back(error.what());
-    while (auto value = stream.next()) seen.push_back(std::to_string(*value));  // nothing after the error
-  }
-  return seen;
-}
-
 TEST(AsyncStream, WhatTheConsumerSeesAndWhenTheHandlerRuns) {
-  struct Example {
-    std::string name;
-    std::function<void(Stream::Continuation&)> produce;  // runs after the handler is set
-    std::vector<std::string> seen;
-    std::vector<bool> accepted;  // what yield returned, in order
+  const std::vector<std::pair<std::function<void(Stream::Continuation&)>, std::vector<std::string>>> examples = {
+      {[](auto& c) { c.finish(); EXPECT_FALSE(c.yield(3)); }, {"1", "2"}},  // finish keeps what is buffered
+      {[](auto& c) { c.finish(std::make_exception_ptr(std::runtime_error("failed"))); }, {"1", "2", "failed"}},
+      {[](auto&) {}, {"1", "2"}},  // the last continuation gone finishes the stream
   };
-  const std::vector<Example> examples = {
-      {"buffered values outlive finish",
-       [](auto& c) { c.finish(); },
-       {"1", "2"}, {}},
-      {"yields after finish are dropped",
-       [](auto& c) {
-         c.finish();
-         EXPECT_FALSE(c.yield(3));
-       },
-       {"1", "2"}, {}},
-      {"finishing with an error: values, then the error once",
-       [](auto& c) { c.finish(std::make_exception_ptr(std::runtime_error("store failed"))); },
-       {"1", "2", "store failed"}, {}},
-      {"the last continuation gone ends the stream",
-       [](auto&) {},
-       {"1", "2"}, {}},
-  };
-  for (const auto& example : examples) {
-    SCOPED_TRACE(example.name);
+  for (const auto& [produce, seen] : examples) {
     int terminations = 0;
-    Stream stream([&](Stream::Continuation continuation) {
+    Stream stream([&terminations, &produce = produce](Stream::Continuation continuation) {
       continuation.onTermination([&] { ++terminations; });
-      EXPECT_TRUE(continuation.yield(1));
-      EXPECT_TRUE(continuation.yield(2));
-      example.produce(continuation);
+      EXPECT_TRUE(continuation.yield(1) && continuation.yield(2));
+      produce(continuation);
     });
     EXPECT_EQ(terminations, 1);  // ended before the consumer read anything
-    EXPECT_EQ(drainStream(stream), example.seen);
+    std::vector<std::string> got;  // the values, then the message of an error
+    try {
+      while (auto value = stream.next()) got.push_back(std::to_string(*value));
+    } catch (const std::runtime_error& error) {
+      got.push_back(error.what());
+      EXPECT_EQ(stream.next(), std::nullopt);  // the error comes once, then the end
+    }
+    EXPECT_EQ(got, seen);
     EXPECT_EQ(terminations, 1);
   }
 }
 
-TEST(AsyncStream, DroppingTheStreamEndsItOnceAndLaterYieldsAreRefused) {
-  int terminations = 0;
+TEST(AsyncStream, DroppingOrStoppingTheConsumerEndsTheStreamOnce) {
+  std::atomic<int> terminations = 0;
   std::optional<Stream::Continuation> kept;
-  {
-    Stream stream([&](Stream::Continuation continuation) {
-      continuation.onTermination([&] { ++terminations; });
-      kept = continuation;
-    });
-    EXPECT_EQ(terminations, 0);
-  }
+  const auto build = [&](Stream::Continuation continuation) {
+    continuation.onTermination([&] { ++terminations; });
+    kept = continuation;
+  };
+  { Stream dropped(build); }
   EXPECT_EQ(terminations, 1);
   EXPECT_FALSE(kept->yield(1));
-  kept->finish();
-  kept.reset();
-  EXPECT_EQ(terminations, 1);
 
-  // A handler set after the end runs at once.
-  bool ran = false;
-  Stream late([&](Stream::Continuation continuation) {
-    continuation.finish();
-    continuation.onTermination([&] { ran = true; });
-  });
-  EXPECT_TRUE(ran);
-}
-
-TEST(AsyncStream, StopWhileWaitingEndsTheStreamAndRunsTheHandler) {
-  std::optional<Stream::Continuation> producer;
-  std::atomic<int> terminations = 0;
-  Stream stream([&](Stream::Continuation continuation) {
-    continuation.onTermination([&] { ++terminations; });
-    producer = continuation;
-  });
+  Stream stopped(build);
+  EXPECT_EQ(terminations, 1);  // open while both ends are there
   std::stop_source stop;
   std::optional<int> got = 0;
-  std::thread consumer([&] { got = stream.next(stop.get_token()); });
+  std::thread consumer([&] { got = stopped.next(stop.get_token()); });
   stop.request_stop();
   consumer.join();
   EXPECT_EQ(got, std::nullopt);
-  EXPECT_EQ(terminations, 1);
-  EXPECT_FALSE(producer->yield(7));
-  EXPECT_EQ(stream.next(), std::nullopt);
+  EXPECT_EQ(terminations, 2);
+  EXPECT_FALSE(kept->yield(7));
+  EXPECT_EQ(stopped.next(), std::nullopt);
+  bool ran = false;
+  kept->onTermination([&] { ran = true; });  // set after the end: runs at once
+  EXPECT_TRUE(ran);
 }
 
 TEST(AsyncStream, ValuesFromManyThreadsAllArriveInEachProducersOrder) {
-  constexpr int producers = 4;
-  constexpr int perProducer = 2000;
+  constexpr int producers = 4, perProducer = 2000;
   std::vector<std::thread> threads;
   Stream stream([&](Stream::Continuation continuation) {
     for (int p = 0; p < producers; ++p) {
@@ -120,16 +79,12 @@ TEST(AsyncStream, ValuesFromManyThreadsAllArriveInEachProducersOrder) {
       });
     }
   });  // the threads hold the only continuations: the stream ends when the last is done
-  std::vector<int> last(producers, -1);
-  int count = 0;
+  std::vector<int> received(producers, 0);  // how many values came from each producer so far
   while (auto value = stream.next()) {
-    const int p = *value / perProducer;
-    EXPECT_GT(*value, last[p]);
-    last[p] = *value;
-    ++count;
+    EXPECT_EQ(*value % perProducer, received.at(*value / perProducer)++);  // in each producer's order, none lost
   }
   for (auto& thread : threads) thread.join();
-  EXPECT_EQ(count, producers * perProducer);
+  EXPECT_EQ(received, std::vector<int>(producers, perProducer));
 }
 
 }  // namespace
