@@ -25,14 +25,14 @@ std::string identifiersOf(const std::vector<SKProduct>& products) {
   return "[" + text + "]";
 }
 
-class ProductsProducer : public ::testing::Test {
+class ProductsSignal : public ::testing::Test {
  protected:
-  ProductsProducer() { backend->setCatalogue({{.productIdentifier = "c"}, {.productIdentifier = "a"}, {.productIdentifier = "b"}}); }
+  ProductsSignal() { backend->setCatalogue({{.productIdentifier = "c"}, {.productIdentifier = "a"}, {.productIdentifier = "b"}}); }
   std::shared_ptr<ScriptedStoreBackend> backend = std::make_shared<ScriptedStoreBackend>();
   StoreBackendScope scope{backend};
 };
 
-TEST_F(ProductsProducer, EachStartSendsOneRequestAndHearsTheProductsThenCompleted) {
+TEST_F(ProductsSignal, EachStartSendsOneRequestAndHearsTheProductsThenCompleted) {
   struct Example {
     std::string name;
     std::vector<std::string> asked;
@@ -62,7 +62,7 @@ TEST_F(ProductsProducer, EachStartSendsOneRequestAndHearsTheProductsThenComplete
   EXPECT_EQ(backend->cancelled(), 0u);  // answered requests have nothing to cancel
 }
 
-TEST_F(ProductsProducer, TheStoresErrorIsTheFailureUnchanged) {
+TEST_F(ProductsSignal, TheStoresErrorIsTheFailureUnchanged) {
   const SKError offline(SKError::Code::cloudServiceNetworkConnectionFailed, "offline");
   backend->setFailure(offline);
   const std::vector<std::pair<std::shared_ptr<ScriptedStoreBackend>, SKError>> examples = {
@@ -85,7 +85,7 @@ TEST_F(ProductsProducer, TheStoresErrorIsTheFailureUnchanged) {
   }
 }
 
-TEST_F(ProductsProducer, DisposingBeforeTheAnswerCancelsTheRequestAndDeliversNothing) {
+TEST_F(ProductsSignal, DisposingBeforeTheAnswerCancelsTheRequestAndDeliversNothing) {
   backend->holdAnswers(true);
   Recorder recorder(identifiersOf);
   const auto subscription = productsProducer({"a", "b"}).start(recorder.handlers());

@@ -248,7 +248,9 @@ class SignalProducer {
         scheduler.schedule([observer, send = std::move(send)] { send(observer); });
       };
       const Disposable inner = source.start({
-          .value = [later](Value value) { later([value](const Observer& o) { o.send(value); }); },
+          .value = [later](Value value) {
+            later([value = std::move(value)](const Observer& o) mutable { o.send(std::move(value)); });
+          },
           .failed = [later](Error error) { later([error](const Observer& o) { o.sendFailed(error); }); },
           .completed = [later] { later([](const Observer& o) { o.sendCompleted(); }); },
           .interrupted = [later] { later([](const Observer& o) { o.sendInterrupted(); }); },
