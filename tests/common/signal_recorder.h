@@ -55,11 +55,10 @@ class SignalRecorder {
 
  private:
   void add(std::string event, bool terminal) {
-    {
-      std::lock_guard lock(mutex_);
-      events_.push_back(std::move(event));
-      hasEnded_ = hasEnded_ || terminal;
-    }
+    // Notified under the lock: the waiter may destroy the recorder as soon as it wakes.
+    std::lock_guard lock(mutex_);
+    events_.push_back(std::move(event));
+    hasEnded_ = hasEnded_ || terminal;
     endRecorded_.notify_all();
   }
 
