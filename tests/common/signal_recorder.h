@@ -5,14 +5,13 @@
 #include <functional>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "velquist/support/signal_producer.h"
 
 namespace velquist::testing {
 
-/// The text of an any-error failure: its `what()`.
+/// The `what()` of an any-error failure.
 inline std::string describeError(const std::exception_ptr& error) {
   try {
     std::rethrow_exception(error);
@@ -23,8 +22,8 @@ inline std::string describeError(const std::exception_ptr& error) {
   }
 }
 
-/// Records what a subscriber hears as lines of text ("1", "failed: boom", "completed",
-/// "interrupted"), from any thread, and lets the test wait for the terminal event.
+/// Records what a subscriber hears, from any thread, as lines of text ("1", "failed: boom",
+/// "completed", "interrupted"), and lets the test wait for the terminal event.
 template <class Value, class Error = std::exception_ptr>
 class SignalRecorder {
  public:
@@ -33,20 +32,16 @@ class SignalRecorder {
       : describe_(std::move(describe)), describeFailure_(std::move(describeFailure)) {}
 
   support::SignalHandlers<Value, Error> handlers() {
-    return {
-        .value = [this](Value value) { add(describe_(value), false); },
-        .failed = [this](Error error) { add("failed: " + describeFailure_(error), true); },
-        .completed = [this] { add("completed", true); },
-        .interrupted = [this] { add("interrupted", true); },
-    };
+    return {.value = [this](Value value) { add(describe_(value), false); },
+            .failed = [this](Error error) { add("failed: " + describeFailure_(error), true); },
+            .completed = [this] { add("completed", true); },
+            .interrupted = [this] { add("interrupted", true); }};
   }
 
   std::vector<std::string> events() const {
     std::lock_guard lock(mutex_);
     return events_;
   }
-
-  /// Returns once a terminal event has been recorded.
   std::vector<std::string> waitForEnd() const {
     std::unique_lock lock(mutex_);
     endRecorded_.wait(lock, [this] { return hasEnded_; });
@@ -55,8 +50,7 @@ class SignalRecorder {
 
  private:
   void add(std::string event, bool terminal) {
-    // Notified under the lock: the waiter may destroy the recorder as soon as it wakes.
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(mutex_);  // notified under the lock: the waiter may destroy the recorder at once
     events_.push_back(std::move(event));
     hasEnded_ = hasEnded_ || terminal;
     endRecorded_.notify_all();
