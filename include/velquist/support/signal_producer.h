@@ -168,7 +168,8 @@ class SignalObserver {
 /// terminal event) and the subscription's `Lifetime` (to register clean-ups); what the
 /// closure sends reaches the handlers given to `start`. The subscription ends with its
 /// terminal event or with `dispose` on the Disposable that `start` returns; either way the
-/// lifetime ends then, once, and its clean-ups run. `Error` is the failure type;
+/// lifetime ends then, once, and its clean-ups run. Once `dispose` has returned no handler
+/// starts (one already running on another thread finishes). `Error` is the failure type;
 /// `std::exception_ptr` stands for "any error".
 ///
 ///     SignalProducer<int> numbers([](auto observer, Lifetime lifetime) {
