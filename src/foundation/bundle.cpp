@@ -15,6 +15,7 @@ constexpr std::string_view identifierKey = "CFBundleIdentifier";
 std::mutex mainMutex;
 bool mainWasSet = false;                        // guarded by mainMutex
 std::shared_ptr<const JsonValue> mainDictionary;  // guarded by mainMutex; null: none
+std::optional<std::filesystem::path> mainReceiptURL;  // guarded by mainMutex
 
 struct Snapshot {
   bool wasSet = false;
@@ -45,6 +46,16 @@ void Bundle::setMainInfoDictionary(std::optional<JsonValue> dictionary) {
   const std::lock_guard lock(mainMutex);
   mainWasSet = dictionary.has_value();
   mainDictionary = std::move(stored);
+}
+
+void Bundle::setMainAppStoreReceiptURL(std::optional<std::filesystem::path> url) {
+  const std::lock_guard lock(mainMutex);
+  mainReceiptURL = std::move(url);
+}
+
+std::optional<std::filesystem::path> Bundle::appStoreReceiptURL() const {
+  const std::lock_guard lock(mainMutex);
+  return mainReceiptURL;
 }
 
 std::optional<JsonValue> Bundle::infoDictionary() const {

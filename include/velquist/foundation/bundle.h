@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,7 +13,8 @@ namespace velquist::foundation {
 /// such as "CFBundleIdentifier". The host sets the main bundle's dictionary at start-up
 /// (tests set their own); when nothing was set, the main bundle's identifier is read from
 /// the environment variable VELQUIST_BUNDLE_ID (read at each call; empty counts as unset),
-/// and without that there is no dictionary.
+/// and without that there is no dictionary. Likewise the host (or the sandbox store) says
+/// where the application's store receipt lives; until it does there is no receipt location.
 ///
 /// Thread-safe: the main bundle may be read and replaced from any thread.
 class Bundle {
@@ -24,12 +26,18 @@ class Bundle {
   /// bundle without one); nothing returns to the environment's.
   static void setMainInfoDictionary(std::optional<JsonValue> dictionary);
 
+  /// Sets where the main bundle's store receipt file is (none: no receipt location).
+  static void setMainAppStoreReceiptURL(std::optional<std::filesystem::path> url);
+
   /// The information dictionary, an object; absent when the bundle has none.
   std::optional<JsonValue> infoDictionary() const;
   /// The value for one key of the information dictionary, of whatever JSON kind.
   std::optional<JsonValue> objectForInfoDictionaryKey(std::string_view key) const;
   /// The "CFBundleIdentifier" value when it is text.
   std::optional<std::string> bundleIdentifier() const;
+  /// Where the store receipt of the application is kept, whether or not the file exists
+  /// yet; absent while no location was set.
+  std::optional<std::filesystem::path> appStoreReceiptURL() const;
 
  private:
   Bundle() = default;
