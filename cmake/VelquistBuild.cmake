@@ -42,8 +42,8 @@ endfunction()
 
 # velquist_test_suite(<module> [DEPENDS <targets>...])
 # One GoogleTest program <module>_tests from tests/<module>/*_test.cpp, registered with CTest.
-# Every suite also gets tests/common/test_environment.cpp: the test context for dependencies
-# and test failures reported as GoogleTest failures.
+# Every suite also gets tests/common/test_environment.cpp, its main: the test context for
+# dependencies, test failures reported as GoogleTest failures, thread-safe death tests.
 function(velquist_test_suite name)
   cmake_parse_arguments(ARG "" "" "DEPENDS" ${ARGN})
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS
@@ -53,7 +53,7 @@ function(velquist_test_suite name)
   endif()
   add_executable(${name}_tests ${sources} ${PROJECT_SOURCE_DIR}/tests/common/test_environment.cpp)
   target_include_directories(${name}_tests PRIVATE ${PROJECT_SOURCE_DIR}/tests)
-  target_link_libraries(${name}_tests PRIVATE ${ARG_DEPENDS} velquist::support GTest::gtest GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name}_tests PRIVATE ${ARG_DEPENDS} velquist::support GTest::gtest GTest::gmock)
   target_compile_definitions(${name}_tests PRIVATE
     VELQUIST_TEST_DATA_DIR="${PROJECT_SOURCE_DIR}/tests/${name}/data"
     VELQUIST_SOURCE_DIR="${PROJECT_SOURCE_DIR}")

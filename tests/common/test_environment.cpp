@@ -1,5 +1,7 @@
-// Linked into every test program: dependencies resolve to their test values, and a test
-// failure reported by library code becomes a non-fatal failure of the running test.
+// The main of every test program: dependencies resolve to their test values, a test
+// failure reported by library code becomes a non-fatal failure of the running test, and
+// death tests re-execute the program instead of forking it, which stays safe once the
+// shared thread pool and schedulers have started threads.
 #include <gtest/gtest.h>
 
 #include <string_view>
@@ -7,12 +9,10 @@
 #include "velquist/support/dependency_values.h"
 #include "velquist/support/test_failure.h"
 
-namespace {
-
-[[maybe_unused]] const bool installed = [] {
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   velquist::support::setDependencyContext(velquist::support::DependencyContext::test);
   velquist::support::setTestFailureReporter([](std::string_view message) { ADD_FAILURE() << message; });
-  return true;
-}();
-
-}  // namespace
+  return RUN_ALL_TESTS();
+}
