@@ -17,11 +17,15 @@ SKPaymentQueue& SKPaymentQueue::defaultQueue() {
 
 void SKPaymentQueue::addTransactionObserver(const std::shared_ptr<SKPaymentTransactionObserver>& observer) {
   if (!observer) return;
-  support::LockGuard lock(mutex_);
-  // Dropping the dead entries first means a new observer at a dead one's address is new.
-  std::erase_if(observers_, [](const auto& entry) { return entry.expired(); });
-  const bool known = std::ranges::any_of(observers_, [&](const auto& entry) { return entry.lock() == observer; });
-  if (!known) observers_.push_back(observer);
+  {
+    support::LockGuard lock(mutex_);
+    // Dropping the dead entries first means a new observer at a dead one's address is new.
+    std::erase_if(observers_, [](const auto& entry) { return entry.expired(); });
+    const bool known = std::ranges::any_of(observers_, [&](const auto& entry) { return entry.lock() == observer; });
+    if (known) return;
+    observers_.push_back(observer);
+  }
+  if (auto backend = defaultStoreBackend()) backend->transactionObserverAdded();
 }
 
 void SKPaymentQueue::removeTransactionObserver(const std::shared_ptr<SKPaymentTransactionObserver>& observer) {

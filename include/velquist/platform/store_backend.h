@@ -42,6 +42,10 @@ class StoreBackend {
   virtual void finishTransaction(const std::shared_ptr<SKPaymentTransaction>& transaction) = 0;
   virtual void restoreCompletedTransactions(const std::optional<std::string>& applicationUsername) = 0;
   virtual std::optional<SKStorefront> storefront() const = 0;
+  /// An observer was added to the default payment queue (called outside any lock of the
+  /// queue). A store that resumes after a restart reports the transactions the app had not
+  /// finished from here on. Does nothing unless overridden.
+  virtual void transactionObserverAdded() {}
 };
 
 /// The backend every store stand-in uses; empty until the host sets one.

@@ -1,0 +1,214 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "velquist/foundation/locale.h"
+#include "velquist/platform/sk_error.h"
+#include "velquist/platform/sk_payment.h"
+#include "velquist/platform/sk_product.h"
+#include "velquist/platform/store_backend.h"
+#include "velquist/sandbox/storekit_configuration.h"
+
+namespace velquist::sandbox {
+
+/// What a declined Ask to Buy purchase turns into.
+enum class DeclinedPurchaseOutcome {
+  /// The deferred transaction fails with `SKError::Code::paymentCancelled`.
+  failed,
+  /// The deferred transaction stays deferred and is dropped from the queue: the app hears
+  /// nothing more about it.
+  staysDeferred,
+};
+
+/// How a `SandboxStore` is set up beyond its catalogue file.
+struct SandboxStoreOptions {
+  /// Where the ledger, clock and receipt are kept (created when missing). Empty: a folder
+  /// per application under the library's data folder, `dataDirectory()/sandbox/<bundle id>`
+  /// ("app" without a bundle identifier).
+  std::filesystem::path stateDirectory;
+  /// Replaces the file's `_storefront` (three-letter code).
+  std::optional<std::string> storefront;
+  /// Replaces the file's `_locale` (`de_DE`, `ja`).
+  std::optional<std::string> locale;
+  /// Lets the store's clock also run with real time, as fast as the file's `_timeRate` says
+  /// (see `SandboxStore::advanceClock`). Off by default: the clock then moves only when the
+  /// caller advances it, which keeps tests and scripted runs repeatable.
+  bool followsTimeRate = false;
+  DeclinedPurchaseOutcome declinedPurchaseOutcome = DeclinedPurchaseOutcome::failed;
+  /// Points the main bundle's receipt location at this store's receipt file.
+  bool publishesReceipt = true;
+};
+
+/// One entry of the sandbox store's ledger: a purchase, renewal, restore, failure or a
+/// purchase waiting for approval, as the store keeps it across launches.
+struct LedgerEntry {
+  using Date = std::chrono::system_clock::time_point;
+
+  /// Which offer a purchase or renewal was charged under.
+  enum class OfferKind { none, introductory, promotional };
+
+  /// The store's identifier of the transaction. Deferred and failed purchases have one in
+  /// the ledger too, but the app's transaction shows it only once it is purchased or
+  /// restored.
+  std::string identifier;
+  /// The first purchase this renews or restores; absent for a first purchase.
+  std::optional<std::string> originalIdentifier;
+  std::string productIdentifier;
+  std::int64_t quantity = 1;
+  std::optional<std::string> applicationUsername;
+  platform::SKPaymentTransactionState state = platform::SKPaymentTransactionState::purchasing;
+  std::optional<platform::SKError::Code> errorCode;  ///< why it failed
+  Date purchaseDate;
+  /// When the period it paid for ends; for auto-renewable subscriptions only.
+  std::optional<Date> expiresDate;
+  OfferKind offer = OfferKind::none;
+  std::optional<std::string> offerIdentifier;  ///< the promotional offer's identifier
+  /// How many offer periods this entry used up, counted from the first purchase (an
+  /// introductory pay-as-you-go offer of three months runs through entries 1, 2, 3).
+  std::int32_t offerPeriodIndex = 0;
+  /// The app finished the transaction; unfinished ones come back on the next launch.
+  bool finished = false;
+
+  friend bool operator==(const LedgerEntry&, const LedgerEntry&) = default;
+};
+
+/// A local store that sells the products of an Xcode StoreKit configuration file (`.storekit`)
+/// and behaves like the platform's test store: it is the library's default `StoreBackend`
+/// for development, tests and the command-line tool.
+///
+/// - Products requests are answered from the catalogue on a background queue: unknown
+///   identifiers come back as invalid, a simulated "Load Products" error fails the request.
+///   Titles follow the locale (`_locale`), prices are the file's numbers in the currency of
+///   the storefront (`_storefront`), with the price locale the platform forms, such as
+///   `en_PT@currency=EUR`.
+/// - Payments go through purchasing to purchased; to failed while failing transactions
+///   is on (`_failTransactionsEnabled`, or a simulated "Purchase" error); to deferred while
+///   Ask to Buy is on, until approved (purchased) or declined.
+/// - Auto-renewable subscriptions: the introductory offer applies to the first purchase in
+///   a subscription group only; a promotional offer is chosen by the payment's discount
+///   identifier (an unknown one fails with `invalidOfferIdentifier`). Subscriptions renew
+///   on the store's clock; each renewal is a new purchased transaction whose original
+///   transaction is the first purchase. Buying another subscription of the same group
+///   replaces the active one.
+/// - Restoring reports a restored transaction for every non-consumable and every first
+///   purchase of a subscription (the original being the purchase), then that it finished.
+/// - The ledger (transactions, clock, offers used) lives in `ledger.json` in the state
+///   folder and the receipt in `receipt.json`, both rewritten atomically after each change,
+///   so a process started later resumes where an earlier one stopped, and transactions the
+///   app had not finished are reported again once an observer is added.
+///
+/// Every report reaches the default payment queue's observers from one serial background
+/// queue, in the order the store made them; no thread waits for a pending request.
+///
+///     auto store = SandboxStore::open("Products.storekit");
+///     platform::setDefaultStoreBackend(store);
+///     platform::SKPaymentQueue::defaultQueue().add({.productIdentifier = "com.example.pro"});
+///     store->advanceClock(std::chrono::days(31));  // the subscription renews
+///
+/// Thread-safety: every member may be called from any thread.
+class SandboxStore final : public platform::StoreBackend, public std::enable_shared_from_this<SandboxStore> {
+ public:
+  using Date = std::chrono::system_clock::time_point;
+
+  /// Opens the store over a catalogue, resuming the ledger in the state folder. Throws
+  /// `StoreKitConfigurationError` for a storefront the store does not know or a file that
+  /// does not load, and `std::runtime_error` naming the file when the ledger cannot be
+  /// read or written.
+  static std::shared_ptr<SandboxStore> open(StoreKitConfiguration configuration, SandboxStoreOptions options = {});
+  static std::shared_ptr<SandboxStore> open(const std::filesystem::path& configurationFile,
+                                            SandboxStoreOptions options = {});
+  /// Opens a store as above and makes it the process-wide store backend.
+  static std::shared_ptr<SandboxStore> openAsDefault(const std::filesystem::path& configurationFile,
+                                                     SandboxStoreOptions options = {});
+
+  ~SandboxStore() override;
+  SandboxStore(const SandboxStore&) = delete;
+  SandboxStore& operator=(const SandboxStore&) = delete;
+
+  // The store backend.
+  void startProductsRequest(std::uint64_t requestID, const std::unordered_set<std::string>& productIdentifiers,
+                            ProductsCompletion completion) override;
+  void cancelProductsRequest(std::uint64_t requestID) override;
+  void addPayment(const platform::SKPayment& payment) override;
+  void finishTransaction(const std::shared_ptr<platform::SKPaymentTransaction>& transaction) override;
+  void restoreCompletedTransactions(const std::optional<std::string>& applicationUsername) override;
+  std::optional<platform::SKStorefront> storefront() const override;
+  void transactionObserverAdded() override;
+
+  /// The catalogue as loaded.
+  const StoreKitConfiguration& configuration() const;
+  /// A product as a products request would return it now; absent for an unknown identifier.
+  std::optional<platform::SKProduct> product(std::string_view productIdentifier) const;
+  /// Every product of the catalogue in file order: products, non-renewing subscriptions,
+  /// then each group's subscriptions.
+  std::vector<std::string> productIdentifiers() const;
+  /// The locale prices are given in, e.g. `en_PT@currency=EUR`.
+  foundation::Locale priceLocale() const;
+  const std::filesystem::path& stateDirectory() const;
+  /// The receipt file, rewritten after each change of the ledger.
+  std::filesystem::path receiptPath() const;
+
+  // Test settings, starting from the file's values.
+
+  /// Switches the storefront (three-letter code); throws `std::invalid_argument` for a
+  /// code the store does not know. Later answers use the new currency.
+  void setStorefront(std::string_view countryCode);
+  void setLocale(std::optional<std::string> localeIdentifier);
+  void setAskToBuyEnabled(bool enabled);
+  /// While on, every payment fails with `code`.
+  void setFailTransactionsEnabled(bool enabled, platform::SKError::Code code = platform::SKError::Code::unknown);
+  /// While set, every products request fails with this error.
+  void setProductsRequestFailure(std::optional<platform::SKError> error);
+
+  /// The purchases waiting for approval, oldest first.
+  std::vector<LedgerEntry> deferredTransactions() const;
+  /// Approves or declines a purchase waiting for approval; throws `std::invalid_argument`
+  /// when no deferred purchase has this ledger identifier.
+  void approveAskToBuyTransaction(std::string_view identifier);
+  void declineAskToBuyTransaction(std::string_view identifier);
+
+  // The clock.
+
+  /// The store's time: when the ledger was made, moved on by every `advanceClock` and,
+  /// when following the file's time rate, by real time at that rate (`_timeRate` 0 is real
+  /// time, 6 one day per second, 13 a month per five minutes, 1005 every subscription
+  /// period in two seconds, ...).
+  Date now() const;
+  /// Moves the clock forward (a negative or zero amount changes nothing) and renews every
+  /// subscription whose period ended, as often as it ended, reporting the renewals in one
+  /// batch per subscription.
+  void advanceClock(std::chrono::seconds amount);
+  /// Renews an active subscription now, as if its period had just ended; throws
+  /// `std::invalid_argument` when the product has no active subscription.
+  void forceRenewal(std::string_view productIdentifier);
+
+  // The ledger.
+
+  std::vector<LedgerEntry> transactions() const;
+  /// Forgets every transaction and every offer used (the clock stays).
+  void clearTransactions();
+
+  /// Returns once every report scheduled so far has reached the payment queue's observers.
+  /// For tests and the command-line tool; must not be called from an observer.
+  void waitUntilIdle() const;
+
+ private:
+  class State;
+  struct PrivateTag {};
+
+ public:
+  SandboxStore(PrivateTag, std::unique_ptr<State> state);
+
+ private:
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace velquist::sandbox
