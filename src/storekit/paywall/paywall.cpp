@@ -1,6 +1,5 @@
 #include "velquist/storekit/paywall/paywall.h"
 
-#include <cstdint>
 #include <utility>
 
 #include "velquist/storekit/product/product_from_adapty.h"
@@ -25,59 +24,11 @@ std::optional<Identifier> identifierMember(const std::optional<JsonValue>& confi
   return std::nullopt;
 }
 
-/// The value of a JSON number's text when it is exactly 0 or 1; nothing for any other number.
-/// The text is valid JSON: `-`? digits (`.` digits)? ([eE] [+-]? digits)?.
-std::optional<bool> exactZeroOrOne(std::string_view text) {
-  const bool negative = !text.empty() && text.front() == '-';
-  if (negative) text.remove_prefix(1);
-  const std::size_t exponentStart = text.find_first_of("eE");
-  const std::string_view mantissa = text.substr(0, exponentStart);
-  const std::string_view exponent = exponentStart == std::string_view::npos ? "" : text.substr(exponentStart + 1);
-
-  // The significant digits, and the power of ten their last digit stands for.
-  std::string digits;
-  std::int64_t scale = 0;
-  bool afterPoint = false;
-  for (char c : mantissa) {
-    if (c == '.') {
-      afterPoint = true;
-    } else {
-      digits += c;
-      if (afterPoint) --scale;
-    }
-  }
-  const std::size_t firstNonZero = digits.find_first_not_of('0');
-  if (firstNonZero == std::string::npos) return false;  // zero, whatever the sign and exponent
-  digits.erase(0, firstNonZero);
-  while (digits.back() == '0') {
-    digits.pop_back();
-    ++scale;
-  }
-  if (negative || digits != "1") return std::nullopt;
-
-  // One is 1 × 10^0: the exponent must cancel the scale exactly. Exponents too long to count
-  // are far from doing so.
-  bool exponentNegative = false;
-  std::string_view exponentDigits = exponent;
-  if (!exponentDigits.empty() && (exponentDigits.front() == '+' || exponentDigits.front() == '-')) {
-    exponentNegative = exponentDigits.front() == '-';
-    exponentDigits.remove_prefix(1);
-  }
-  std::int64_t exponentValue = 0;
-  for (char c : exponentDigits) {
-    if (exponentValue > 1'000'000'000) return std::nullopt;
-    exponentValue = exponentValue * 10 + (c - '0');
-  }
-  if (exponentNegative) exponentValue = -exponentValue;
-  if (exponentValue + scale != 0) return std::nullopt;
-  return true;
-}
-
-/// A JSON value as the platform's bridging reads it as a boolean.
-std::optional<bool> bridgedBoolean(const JsonValue& value) {
-  if (value.kind() == JsonValue::Kind::boolean) return value.boolValue();
-  if (value.kind() == JsonValue::Kind::number) return exactZeroOrOne(value.numberText());
-  return std::nullopt;
+/// Whether a JSON number's text stands for zero: every digit before the exponent is 0
+/// (`0`, `-0`, `0.00`, `0e7`). The exponent cannot make other digits zero.
+bool isZero(std::string_view numberText) {
+  const std::string_view mantissa = numberText.substr(0, numberText.find_first_of("eE"));
+  return mantissa.find_first_of("123456789") == std::string_view::npos;
 }
 
 }  // namespace
@@ -111,7 +62,11 @@ bool Paywall::filterPayUpFrontProduct() const {
   if (!config) return true;
   const JsonValue* value = config->find("ios_filter_pay_up_front_product");
   if (value == nullptr) return true;
-  return bridgedBoolean(*value).value_or(true);
+  // The platform bridges a JSON number exactly 0 or 1 to a boolean as well; only false turns
+  // the filter off, so of the numbers only zero matters here.
+  if (value->kind() == JsonValue::Kind::boolean) return value->boolValue();
+  if (value->kind() == JsonValue::Kind::number) return !isZero(value->numberText());
+  return true;
 }
 
 std::optional<Product> Paywall::productWithID(const std::optional<Product::ID>& id) const {

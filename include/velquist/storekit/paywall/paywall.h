@@ -107,10 +107,10 @@ class Paywall {
   std::optional<foundation::JsonValue> remoteConfig() const;
 
   /// Whether the screen should leave out the pay-up-front product: false only when the
-  /// configuration's "ios_filter_pay_up_front_product" is false, true otherwise. As the
-  /// platform bridges JSON, `true` and `false` are booleans, and so is a number exactly 1 or
-  /// 0 (`1`, `1.0`, `10e-1`, `0`, `-0.0`); other numbers, strings and null are not, and give
-  /// true. The paywall never removes that product itself.
+  /// configuration's "ios_filter_pay_up_front_product" is a boolean false, true otherwise
+  /// (the default is to filter). As the platform bridges JSON numbers, one exactly 0 is
+  /// false too (`0`, `-0`, `0.0`, `0e5`), one exactly 1 true; strings ("false"), null and any
+  /// other value give true. The paywall never removes that product itself.
   bool filterPayUpFrontProduct() const;
 
   /// The first product (in `products()` order) whose `id` is exactly the role identifier;
