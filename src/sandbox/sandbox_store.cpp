@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <future>
+#include <map>
 #include <stdexcept>
 #include <thread>
 #include <unordered_map>
@@ -174,6 +175,24 @@ class SandboxStore::State {
     return response;
   }
 
+  // Answers a request from the store's own queue; nothing waits for the answer meanwhile.
+  void scheduleAnswer(std::uint64_t requestID, std::shared_ptr<SandboxStore> keepAlive) VELQUIST_REQUIRES(mutex) {
+    answers.schedule([this, requestID, keepAlive = std::move(keepAlive)] {
+      ProductsCompletion completion;
+      std::variant<platform::SKProductsResponse, SKError> response = SKError(SKError::Code::unknown, "");
+      {
+        support::LockGuard lock(mutex);
+        const auto found = pendingRequests_.find(requestID);
+        if (found == pendingRequests_.end()) return;  // cancelled meanwhile
+        if (holdsRequests_) return;                   // answered on release
+        completion = std::move(found->second.completion);
+        response = answer(found->second.identifiers);
+        pendingRequests_.erase(found);
+      }
+      completion(std::move(response));
+    });
+  }
+
   // --- the clock -------------------------------------------------------------------------
 
   Date now() const VELQUIST_REQUIRES(mutex) {
@@ -288,15 +307,20 @@ class SandboxStore::State {
     });
   }
 
-  // The latest purchased entry of every subscription chain, by the chain's first purchase.
-  std::unordered_map<std::string, std::size_t> latestOfChains() const VELQUIST_REQUIRES(mutex) {
-    std::unordered_map<std::string, std::size_t> latest;
+  // The latest purchased entry of every subscription chain, as (first purchase, index),
+  // in the order the chains began.
+  std::vector<std::pair<std::string, std::size_t>> latestOfChains() const VELQUIST_REQUIRES(mutex) {
+    std::vector<std::pair<std::string, std::size_t>> chains;
+    std::unordered_map<std::string_view, std::size_t> position;
     for (std::size_t index = 0; index < ledger_.entries.size(); ++index) {
       const LedgerEntry& entry = ledger_.entries[index];
       if (entry.state != TransactionState::purchased || !entry.expiresDate) continue;
-      latest[entry.originalIdentifier.value_or(entry.identifier)] = index;
+      const std::string& original = entry.originalIdentifier ? *entry.originalIdentifier : entry.identifier;
+      const auto [found, isNew] = position.emplace(original, chains.size());
+      if (isNew) chains.emplace_back(original, index);
+      chains[found->second].second = index;
     }
-    return latest;
+    return chains;
   }
 
   // Completes a purchase: fills in what it bought, or why it failed.
@@ -447,7 +471,13 @@ class SandboxStore::State {
   // The transaction objects handed to the app, by ledger identifier, and back.
   std::unordered_map<std::string, TransactionPointer> objects_ VELQUIST_GUARDED_BY(mutex);
   std::unordered_map<const SKPaymentTransaction*, std::string> identifiers_ VELQUIST_GUARDED_BY(mutex);
-  std::unordered_map<std::uint64_t, ProductsCompletion> pendingRequests_ VELQUIST_GUARDED_BY(mutex);
+  struct PendingRequest {
+    std::unordered_set<std::string> identifiers;
+    ProductsCompletion completion;
+  };
+  // Requests not answered yet, in the order they came (request numbers only grow).
+  std::map<std::uint64_t, PendingRequest> pendingRequests_ VELQUIST_GUARDED_BY(mutex);
+  bool holdsRequests_ VELQUIST_GUARDED_BY(mutex) = false;
   bool resumed_ VELQUIST_GUARDED_BY(mutex) = false;
   bool timerNeedsLook_ VELQUIST_GUARDED_BY(mutex) = false;
   std::condition_variable_any timerWake_;
@@ -493,25 +523,9 @@ std::shared_ptr<SandboxStore> SandboxStore::openAsDefault(const std::filesystem:
 
 void SandboxStore::startProductsRequest(std::uint64_t requestID, const std::unordered_set<std::string>& identifiers,
                                         ProductsCompletion completion) {
-  State& state = *state_;
-  {
-    support::LockGuard lock(state.mutex);
-    state.pendingRequests_.emplace(requestID, std::move(completion));
-  }
-  // Nothing waits for the answer: it is made and sent from the store's own queue.
-  state.answers.schedule([&state, requestID, identifiers, keepAlive = shared_from_this()] {
-    ProductsCompletion pending;
-    std::variant<platform::SKProductsResponse, SKError> answer = SKError(SKError::Code::unknown, "");
-    {
-      support::LockGuard lock(state.mutex);
-      const auto found = state.pendingRequests_.find(requestID);
-      if (found == state.pendingRequests_.end()) return;  // cancelled meanwhile
-      pending = std::move(found->second);
-      state.pendingRequests_.erase(found);
-      answer = state.answer(identifiers);
-    }
-    pending(std::move(answer));
-  });
+  support::LockGuard lock(state_->mutex);
+  state_->pendingRequests_.emplace(requestID, State::PendingRequest{identifiers, std::move(completion)});
+  if (!state_->holdsRequests_) state_->scheduleAnswer(requestID, shared_from_this());
 }
 
 void SandboxStore::cancelProductsRequest(std::uint64_t requestID) {
@@ -586,9 +600,8 @@ void SandboxStore::restoreCompletedTransactions(const std::optional<std::string>
                                                   .applicationUsername = first.applicationUsername,
                                                   .state = TransactionState::restored,
                                                   .purchaseDate = state.now()});
-    if (const auto chain = latest.find(first.identifier); chain != latest.end()) {
-      entry.expiresDate = state.ledger_.entries[chain->second].expiresDate;
-    }
+    const auto chain = std::ranges::find(latest, first.identifier, &std::pair<std::string, std::size_t>::first);
+    if (chain != latest.end()) entry.expiresDate = state.ledger_.entries[chain->second].expiresDate;
     restored.push_back(entry.identifier);
   }
   if (!restored.empty()) {
@@ -666,6 +679,14 @@ void SandboxStore::setFailTransactionsEnabled(bool enabled, SKError::Code code) 
 void SandboxStore::setProductsRequestFailure(std::optional<SKError> error) {
   support::LockGuard lock(state_->mutex);
   state_->productsFailure_ = std::move(error);
+}
+
+void SandboxStore::setHoldsProductsRequests(bool holds) {
+  State& state = *state_;
+  support::LockGuard lock(state.mutex);
+  const bool held = std::exchange(state.holdsRequests_, holds);
+  if (!held || holds) return;
+  for (const auto& [requestID, request] : state.pendingRequests_) state.scheduleAnswer(requestID, shared_from_this());
 }
 
 std::vector<LedgerEntry> SandboxStore::deferredTransactions() const {
