@@ -115,6 +115,11 @@ TEST(Vsk, BadInputGivesOneLineAndExitCodeTwo) {
       {{"decode", "offer", writeTemporary("binary.json", std::string("\xff\xfe\x00\x01", 4))}, "not valid JSON"},
       {{"decode", "period", "/nonexistent/period.json"}, "cannot read /nonexistent/period.json"},
       {{"decode", "product", example("period.json")}, "unknown type 'product'"},
+      {{"products"}, "expected one .storekit file"},
+      {{"products", "/nonexistent/x.storekit"}, "/nonexistent/x.storekit: cannot be opened"},
+      {{"products", example("velquist_demo.storekit"), "--storefront", "XYZ"},
+       "storefront option: unknown storefront \"XYZ\""},
+      {{"products", writeTemporary("broken.storekit", R"({"products": []})")}, "broken.storekit: version: required key is missing"},
       {{"frobnicate"}, "unknown command 'frobnicate'"},
   };
   for (const auto& c : cases) {
@@ -125,6 +130,31 @@ TEST(Vsk, BadInputGivesOneLineAndExitCodeTwo) {
     EXPECT_NE(result.err.find(c.expectedInError), std::string::npos) << result.err;
     EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
   }
+}
+
+TEST(Vsk, ProductsListsTheCatalogueAsTheStoreSellsIt) {
+  const RunResult text = runVsk({"products", example("velquist_demo.storekit"), "--storefront", "PRT"});
+  EXPECT_EQ(text.exitCode, 0) << text.err;
+  for (const char* line : {"storefront: PRT (143453), prices in en_PT@currency=EUR\n",
+                           "com.velquist.demo.pro.monthly\n  title: Pro Monthly\n  price: €9.99 (9.99)\n"
+                           "  period: 1 month (1_month)\n  group: 20001000\n"
+                           "  introductory offer: pay as you go, 1 month, €2.49 (2.49)\n"
+                           "  promotional offer winback.monthly: pay as you go, 1 month, €4.99 (4.99)\n"}) {
+    EXPECT_NE(text.out.find(line), std::string::npos) << line << "\nin:\n" << text.out;
+  }
+
+  // One JSON object per product, in catalogue order, the price as exact decimal text.
+  const RunResult json = runVsk({"products", example("velquist_demo.storekit"), "--json", "--locale", "de_DE"});
+  EXPECT_EQ(json.exitCode, 0) << json.err;
+  std::vector<std::string> lines;
+  std::istringstream stream(json.out);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  ASSERT_EQ(lines.size(), 8u) << json.out;
+  EXPECT_EQ(lines[0],
+            R"({"id":"com.velquist.demo.coins100","displayName":"100 Coins","description":"A hundred coins for the shop",)"
+            R"("price":"0.99","priceLocale":"de_US@currency=USD","displayPrice":"$0,99"})");
+  EXPECT_NE(lines[3].find(R"("displayName":"Pro wöchentlich")"), std::string::npos) << lines[3];
+  EXPECT_NE(lines[3].find(R"("subscriptionPeriod":{"unit":1,"value":1})"), std::string::npos) << lines[3];
 }
 
 TEST(Vsk, HelpListsEveryCommand) {

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <ostream>
 
 #include "command.h"
 
@@ -10,7 +11,10 @@ std::optional<std::string> ParsedArguments::option(std::string_view name) const 
   return found->second;
 }
 
-ParsedArguments parseArguments(std::span<const std::string> arguments, std::initializer_list<std::string_view> optionNames) {
+bool ParsedArguments::flag(std::string_view name) const { return flags.contains(std::string(name)); }
+
+ParsedArguments parseArguments(std::span<const std::string> arguments, std::initializer_list<std::string_view> optionNames,
+                               std::initializer_list<std::string_view> flagNames) {
   ParsedArguments parsed;
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& argument = arguments[i];
@@ -19,6 +23,10 @@ ParsedArguments parseArguments(std::span<const std::string> arguments, std::init
       continue;
     }
     const std::string name = argument.substr(2);
+    if (std::find(flagNames.begin(), flagNames.end(), name) != flagNames.end()) {
+      parsed.flags.insert(name);
+      continue;
+    }
     if (std::find(optionNames.begin(), optionNames.end(), name) == optionNames.end()) {
       throw UsageError("unknown option " + argument);
     }
@@ -26,6 +34,15 @@ ParsedArguments parseArguments(std::span<const std::string> arguments, std::init
     parsed.options[name] = arguments[++i];
   }
   return parsed;
+}
+
+int reportingUsageErrors(std::string_view command, std::ostream& err, const std::function<int()>& body) {
+  try {
+    return body();
+  } catch (const UsageError& error) {
+    err << "vsk " << command << ": " << error.what() << " (see vsk " << command << " --help)\n";
+    return badInput;
+  }
 }
 
 }  // namespace velquist::vsk

@@ -4,6 +4,7 @@
 #include <iosfwd>
 #include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <stdexcept>
@@ -34,23 +35,31 @@ Command periodCommand();
 Command decodeCommand();
 Command priceCommand();
 Command discountCommand();
+Command productsCommand();
 
-/// Arguments split into positional ones and `--name value` options.
+/// Arguments split into positional ones, `--name value` options and bare `--name` flags.
 struct ParsedArguments {
   std::vector<std::string> positional;
   std::map<std::string, std::string, std::less<>> options;
+  std::set<std::string, std::less<>> flags;
 
   std::optional<std::string> option(std::string_view name) const;
+  bool flag(std::string_view name) const;
 };
 
-/// Splits `arguments`, accepting only the option names given (each takes one value).
-/// Throws UsageError for an unknown option or an option without its value.
-ParsedArguments parseArguments(std::span<const std::string> arguments, std::initializer_list<std::string_view> optionNames);
+/// Splits `arguments`, accepting only the option names given (each takes one value) and the
+/// flag names given (each stands alone). Throws UsageError for an unknown option or an
+/// option without its value.
+ParsedArguments parseArguments(std::span<const std::string> arguments, std::initializer_list<std::string_view> optionNames,
+                               std::initializer_list<std::string_view> flagNames = {});
 
 /// A mistake in how a command was called; reported on one line with exit code 2.
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
+
+/// Runs a command body, turning a UsageError into its one-line message and exit code 2.
+int reportingUsageErrors(std::string_view command, std::ostream& err, const std::function<int()>& body);
 
 /// Reads a whole file; throws std::runtime_error naming the file when it cannot.
 std::string readFile(const std::string& path);

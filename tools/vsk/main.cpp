@@ -10,7 +10,7 @@
 namespace velquist::vsk {
 namespace {
 
-std::vector<Command> allCommands() { return {periodCommand(), priceCommand(), discountCommand(), decodeCommand()}; }
+std::vector<Command> allCommands() { return {periodCommand(), priceCommand(), discountCommand(), decodeCommand(), productsCommand()}; }
 
 void printHelp(std::ostream& out) {
   out << "vsk - the VelquistStoreKit command-line tool\n"

@@ -29,16 +29,6 @@ Product::SubscriptionPeriod periodArgument(const std::string& text) {
   return *period;
 }
 
-/// Runs a command body, turning a UsageError into its one-line message and exit code 2.
-int reportingUsageErrors(std::string_view command, std::ostream& err, const std::function<int()>& body) {
-  try {
-    return body();
-  } catch (const UsageError& error) {
-    err << "vsk " << command << ": " << error.what() << " (see vsk " << command << " --help)\n";
-    return badInput;
-  }
-}
-
 }  // namespace
 
 Command priceCommand() {

@@ -167,6 +167,10 @@ class SandboxStore final : public platform::StoreBackend, public std::enable_sha
   void setFailTransactionsEnabled(bool enabled, platform::SKError::Code code = platform::SKError::Code::unknown);
   /// While set, every products request fails with this error.
   void setProductsRequestFailure(std::optional<platform::SKError> error);
+  /// While on, products requests get no answer, as over a slow network; switching it off
+  /// answers the held ones (the cancelled ones excepted), in the order they came. Nothing
+  /// waits meanwhile: a held request is only an entry in a list.
+  void setHoldsProductsRequests(bool holds);
 
   /// The purchases waiting for approval, oldest first.
   std::vector<LedgerEntry> deferredTransactions() const;
