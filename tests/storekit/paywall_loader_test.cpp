@@ -15,7 +15,6 @@
 namespace velquist::storekit {
 namespace {
 
-using platform::SKError;
 using platform::SKProduct;
 using testing::ScriptedStoreBackend;
 using testing::StoreBackendScope;
@@ -102,18 +101,6 @@ TEST_F(PaywallLoader, NothingIsAskedWithoutProductsOrWithABadDocument) {
   }
   std::filesystem::remove(path);
   EXPECT_TRUE(backend->requests().empty());
-}
-
-TEST_F(PaywallLoader, TheStoresErrorIsPassedOnUnchanged) {
-  const SKError offline(SKError::Code::cloudServiceNetworkConnectionFailed, "offline");
-  backend->setFailure(offline);
-  const auto document = adapty::parsePaywallDocument(R"({"id": "p", "products": [{"productId": "a"}]})", "p.json");
-  try {
-    loadPaywall(document);
-    ADD_FAILURE() << "no error";
-  } catch (const SKError& error) {
-    EXPECT_EQ(error, offline);
-  }
 }
 
 }  // namespace

@@ -74,18 +74,26 @@ TEST(Paywall, RolesComeFromTextValuesUnderTheirExactKeys) {
   }
 }
 
-TEST(Paywall, RemoteConfigIsTheParsedObject) {
+TEST(Paywall, RemoteConfigIsTheParsedObjectOrNothing) {
+  const JsonValue object(
+      JsonValue::Object{{"a", JsonValue::number("1.50")}, {"b", JsonValue(JsonValue::Array{JsonValue()})}});
   const struct {
     std::optional<std::string> config;
     std::optional<JsonValue> expected;
   } cases[] = {
       {std::nullopt, std::nullopt},
+      {"", std::nullopt},
       {"not json", std::nullopt},
       {"[1, 2]", std::nullopt},
-      {R"("{}")", std::nullopt},
+      {R"("{}")", std::nullopt},  // fragments are refused
+      {"5", std::nullopt},
+      {"null", std::nullopt},
+      {R"({"a": 1} trailing)", std::nullopt},
+      {"{\"a\": \"\xff\"}", std::nullopt},  // not UTF-8
+      {std::string("{\"a\": 1}\0", 9), std::nullopt},
+      {"{\"a\": " + std::string(600, '[') + std::string(600, ']') + "}", std::nullopt},  // too deep
       {"{}", JsonValue(JsonValue::Object{})},
-      {R"({"a": 1.50, "b": [null]})",
-       JsonValue(JsonValue::Object{{"a", JsonValue::number("1.50")}, {"b", JsonValue(JsonValue::Array{JsonValue()})}})},
+      {R"( {"a": 1.50, "b": [null]} )", object},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(fromConfig(c.config).remoteConfig(), c.expected) << c.config.value_or("(none)");
