@@ -574,6 +574,14 @@ TEST_F(SandboxStoreTest, MonthsKeepTheirDayOrTakeTheLastOne) {
   const auto entries = store->transactions();
   EXPECT_EQ(entries[0].expiresDate, sys_days(2027y / February / 28) + 10h);
   EXPECT_EQ(entries[1].expiresDate, sys_days(2026y / December / 3) + 10h);  // a three-day trial
+
+  store->advanceClock(Period{.iso8601 = "P3M", .unit = Period::Unit::month, .count = 3});
+  EXPECT_EQ(store->now(), sys_days(2027y / February / 28) + 10h);
+  std::vector<LedgerEntry> quarterly;
+  std::ranges::copy_if(store->transactions(), std::back_inserter(quarterly),
+                       [](const LedgerEntry& entry) { return entry.productIdentifier == id("cloud.quarterly"); });
+  ASSERT_EQ(quarterly.size(), 2u);
+  EXPECT_EQ(quarterly[1].purchaseDate, sys_days(2027y / February / 28) + 10h);
 }
 
 TEST_F(SandboxStoreTest, UnknownStorefrontsAreRefused) {
