@@ -751,6 +751,11 @@ void SandboxStore::advanceClock(std::chrono::seconds amount) {
   state.wakeTimer();
 }
 
+void SandboxStore::advanceClock(const Period& period) {
+  const Date from = now();
+  advanceClock(std::chrono::duration_cast<std::chrono::seconds>(detail::addPeriods(from, period, 1) - from));
+}
+
 void SandboxStore::forceRenewal(std::string_view productIdentifier) {
   State& state = *state_;
   support::LockGuard lock(state.mutex);

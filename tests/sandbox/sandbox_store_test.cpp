@@ -6,10 +6,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <mutex>
 #include <thread>
 
@@ -573,6 +575,14 @@ TEST_F(SandboxStoreTest, MonthsKeepTheirDayOrTakeTheLastOne) {
   const auto entries = store->transactions();
   EXPECT_EQ(entries[0].expiresDate, sys_days(2027y / February / 28) + 10h);
   EXPECT_EQ(entries[1].expiresDate, sys_days(2026y / December / 3) + 10h);  // a three-day trial
+
+  store->advanceClock(Period{.iso8601 = "P3M", .unit = Period::Unit::month, .count = 3});
+  EXPECT_EQ(store->now(), sys_days(2027y / February / 28) + 10h);
+  std::vector<LedgerEntry> quarterly;
+  std::ranges::copy_if(store->transactions(), std::back_inserter(quarterly),
+                       [](const LedgerEntry& entry) { return entry.productIdentifier == id("cloud.quarterly"); });
+  ASSERT_EQ(quarterly.size(), 2u);
+  EXPECT_EQ(quarterly[1].purchaseDate, sys_days(2027y / February / 28) + 10h);
 }
 
 TEST_F(SandboxStoreTest, UnknownStorefrontsAreRefused) {
@@ -583,6 +593,55 @@ TEST_F(SandboxStoreTest, UnknownStorefrontsAreRefused) {
     EXPECT_EQ(error.path(), "settings._storefront");
     EXPECT_EQ(error.reason(), "unknown storefront \"XYZ\"");
   }
+}
+
+std::size_t threadCount() {
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator()));
+}
+
+TEST_F(SandboxStoreTest, PendingRequestsHoldNoThreads) {
+  open();
+  store->waitUntilIdle();  // the shared pool's workers are running by now
+  const std::size_t before = threadCount();
+  store->setHoldsProductsRequests(true);
+  auto delegate = std::make_shared<DelegateLog>();
+  std::vector<std::shared_ptr<platform::SKProductsRequest>> requests;
+  for (int i = 0; i < 200; ++i) {
+    requests.push_back(platform::SKProductsRequest::create({id("coins100")}));
+    requests.back()->setDelegate(delegate);
+    requests.back()->start();
+  }
+  store->waitUntilIdle();
+  EXPECT_EQ(threadCount(), before);
+  store->setHoldsProductsRequests(false);
+  store->waitUntilIdle();
+  EXPECT_EQ(delegate->take().size(), 200u);
+}
+
+TEST_F(SandboxStoreTest, ConcurrentBuyersEachGetTheirOwnTransaction) {
+  open();
+  constexpr int kThreads = 4;
+  constexpr int kPurchases = 25;
+  std::vector<std::jthread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < kPurchases; ++i) {
+        SKPaymentQueue::defaultQueue().add(SKPayment{.productIdentifier = id(t % 2 ? "coins100" : "pro.weekly")});
+        if (i % 5 == 0) storekit::products({id("coins100")});
+        if (t == 0 && i % 10 == 0) store->advanceClock(std::chrono::days(1));
+      }
+    });
+  }
+  threads.clear();
+  const Lines lines = settle();
+  std::set<std::string> identifiers;
+  int purchasing = 0;
+  for (const auto& line : lines) {
+    if (line.ends_with("purchasing")) ++purchasing;
+    if (const auto hash = line.find('#'); hash != std::string::npos) identifiers.insert(line.substr(hash));
+  }
+  EXPECT_EQ(purchasing, kThreads * kPurchases);
+  EXPECT_EQ(identifiers.size(), store->transactions().size());  // every purchase and renewal, once each
 }
 
 TEST_F(SandboxStoreTest, TheClockCanFollowTheFilesTimeRate) {

@@ -190,6 +190,8 @@ class SandboxStore final : public platform::StoreBackend, public std::enable_sha
   /// subscription whose period ended, as often as it ended, reporting the renewals in one
   /// batch per subscription.
   void advanceClock(std::chrono::seconds amount);
+  /// The same by a calendar period (`P1M` from 31 January ends on the last day of February).
+  void advanceClock(const Period& period);
   /// Renews an active subscription now, as if its period had just ended; throws
   /// `std::invalid_argument` when the product has no active subscription.
   void forceRenewal(std::string_view productIdentifier);
