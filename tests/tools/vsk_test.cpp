@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "velquist/foundation/json.h"
+
 namespace {
 
 struct RunResult {
@@ -120,6 +122,15 @@ TEST(Vsk, BadInputGivesOneLineAndExitCodeTwo) {
       {{"products", example("velquist_demo.storekit"), "--storefront", "XYZ"},
        "storefront option: unknown storefront \"XYZ\""},
       {{"products", writeTemporary("broken.storekit", R"({"products": []})")}, "broken.storekit: version: required key is missing"},
+      {{"paywall", example("velquist_demo_paywall.json")}, "--config <file.storekit> is required"},
+      {{"paywall", "--config", example("velquist_demo.storekit")}, "expected one paywall document"},
+      {{"paywall", "/nonexistent/paywall.json", "--config", example("velquist_demo.storekit")},
+       "/nonexistent/paywall.json: cannot be opened"},
+      {{"paywall", writeTemporary("paywall.json", R"({"id": "p", "products": [{"productId": "a", "price": "1"}]})"),
+        "--config", example("velquist_demo.storekit")},
+       "paywall.json: products[0].price: Expected to decode Decimal but found a string"},
+      {{"paywall", example("velquist_demo_paywall.json"), "--config", "/nonexistent/x.storekit"},
+       "/nonexistent/x.storekit: cannot be opened"},
       {{"frobnicate"}, "unknown command 'frobnicate'"},
   };
   for (const auto& c : cases) {
@@ -157,11 +168,69 @@ TEST(Vsk, ProductsListsTheCatalogueAsTheStoreSellsIt) {
   EXPECT_NE(lines[3].find(R"("subscriptionPeriod":{"unit":1,"value":1})"), std::string::npos) << lines[3];
 }
 
+TEST(Vsk, PaywallShowsEachProductWithItsRolesAndPrices) {
+  const std::string config = example("velquist_demo.storekit");
+  const RunResult english = runVsk({"paywall", example("velquist_demo_paywall.json"), "--config", config});
+  EXPECT_EQ(english.exitCode, 0) << english.err;
+  for (const char* block :
+       {"paywall velquist.demo.onboarding, variant yearly-first\nremote configuration: 9 keys\n"
+        "filter pay-up-front product: no\n",
+        "\ncom.velquist.demo.pro.weekly  [comparing, full price]\n  title: Pro Weekly\n  price: $4.99 / week\n"
+        "  per week: $4.99 / week\n  free trial: 3 days free\n\n",
+        "\ncom.velquist.demo.pro.monthly  [most popular]\n  title: Pro Monthly\n  price: $9.99 / month\n"
+        "  per week: $2.49 / week\n  discount against com.velquist.demo.pro.weekly: 54%\n\n",
+        "\ncom.velquist.demo.pro.yearly  [selected, highlighted, best value]\n  title: Pro Yearly\n"
+        "  price: $39.99 / year\n  per week: $0.83 / week\n  free trial: 1 week free\n"
+        "  discount against com.velquist.demo.pro.weekly: 85%\n"}) {
+    EXPECT_NE(english.out.find(block), std::string::npos) << block << "\nin:\n" << english.out;
+  }
+
+  // Products the store lacks, roles naming products not on the paywall and a remote
+  // configuration that is not an object are reported, and the rest is still shown.
+  const auto document = writeTemporary("partial.json", R"({"id": "partial", "products": [
+      {"productId": "nope"}, {"productId": "com.velquist.demo.pro.weekly"}],
+      "remoteConfig": "{\"ios_selected_product_id\": \"nope\"} trailing"})");
+  const RunResult partial = runVsk({"paywall", document, "--config", config});
+  EXPECT_EQ(partial.exitCode, 0) << partial.err;
+  EXPECT_EQ(partial.out,
+            "paywall partial\nremote configuration: not a JSON object, ignored\nfilter pay-up-front product: yes\n"
+            "not in the store: nope\n\ncom.velquist.demo.pro.weekly\n  title: Pro Weekly\n  price: $4.99 / week\n"
+            "  per week: $4.99 / week\n  free trial: 3 days free\n");
+  const auto roles = writeTemporary("roles.json", R"({"id": "roles", "products": [],
+      "remoteConfig": {"ios_pay_up_front_product_id": "gone", "ios_filter_pay_up_front_product": 0}})");
+  EXPECT_EQ(runVsk({"paywall", roles, "--config", config}).out,
+            "paywall roles\nremote configuration: 2 keys\nfilter pay-up-front product: no\n"
+            "pay up front: gone is not on the paywall\n");
+
+  // The same paywall in German as one JSON document.
+  const RunResult german =
+      runVsk({"paywall", example("velquist_demo_paywall.json"), "--config", config, "--locale", "de_DE", "--json"});
+  EXPECT_EQ(german.exitCode, 0) << german.err;
+  const auto json = velquist::foundation::parseJson(german.out);
+  for (const char* key : {"products", "roles", "filterPayUpFrontProduct"}) ASSERT_NE(json.find(key), nullptr) << key;
+  const auto& products = json.find("products")->arrayValue();
+  ASSERT_EQ(products.size(), 4u);
+  const auto text = [](const velquist::foundation::JsonValue& object, const char* key) {
+    const auto* value = object.find(key);
+    return value && value->kind() == velquist::foundation::JsonValue::Kind::string ? value->stringValue() : "(none)";
+  };
+  EXPECT_EQ(text(products[0], "title"), "Pro wöchentlich");
+  EXPECT_EQ(text(products[0], "freeTrial"), "3 Tage kostenlos");
+  EXPECT_EQ(text(products[0], "discount"), "(none)");
+  EXPECT_EQ(text(products[2], "id"), "com.velquist.demo.pro.yearly");
+  EXPECT_EQ(text(products[2], "pricePerWeek"), "$0,83 / Woche");
+  EXPECT_EQ(text(products[2], "discount"), "85\u00a0%");
+  EXPECT_EQ(text(*json.find("roles"), "best value"), "com.velquist.demo.pro.yearly");
+  EXPECT_EQ(text(json, "variantID"), "yearly-first");
+  EXPECT_EQ(json.find("filterPayUpFrontProduct")->boolValue(), false);
+}
+
 TEST(Vsk, HelpListsEveryCommand) {
   const RunResult help = runVsk({"--help"});
   EXPECT_EQ(help.exitCode, 0);
   for (const char* command : {"period <ISO-8601 period>", "decode <type> <file.json>", "price <amount> --locale <id>",
-                              "discount <amount> <period> <amount> <period>"}) {
+                              "discount <amount> <period> <amount> <period>",
+                              "paywall <paywall.json> --config <file.storekit>"}) {
     EXPECT_NE(help.out.find(command), std::string::npos) << command;
   }
   EXPECT_NE(runVsk({"price", "--help"}).out.find("Usage: vsk price"), std::string::npos);

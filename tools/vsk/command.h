@@ -36,6 +36,7 @@ Command decodeCommand();
 Command priceCommand();
 Command discountCommand();
 Command productsCommand();
+Command paywallCommand();
 
 /// Arguments split into positional ones, `--name value` options and bare `--name` flags.
 struct ParsedArguments {

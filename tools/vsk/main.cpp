@@ -10,7 +10,7 @@
 namespace velquist::vsk {
 namespace {
 
-std::vector<Command> allCommands() { return {periodCommand(), priceCommand(), discountCommand(), decodeCommand(), productsCommand()}; }
+std::vector<Command> allCommands() { return {periodCommand(), priceCommand(), discountCommand(), decodeCommand(), productsCommand(), paywallCommand()}; }
 
 void printHelp(std::ostream& out) {
   out << "vsk - the VelquistStoreKit command-line tool\n"

@@ -1,0 +1,107 @@
+#include "velquist/storekit/paywall/paywall_loader.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <unistd.h>
+#include <unordered_set>
+#include <vector>
+
+#include "common/scripted_store_backend.h"
+#include "velquist/storekit/paywall/paywall.h"
+
+namespace velquist::storekit {
+namespace {
+
+using platform::SKProduct;
+using testing::ScriptedStoreBackend;
+using testing::StoreBackendScope;
+
+std::filesystem::path writeDocument(const std::string& name, const std::string& contents) {
+  const auto path = std::filesystem::temp_directory_path() /
+                    ("paywall_loader_test_" + std::to_string(::getpid()) + "_" + name);
+  std::ofstream(path) << contents;
+  return path;
+}
+
+class PaywallLoader : public ::testing::Test {
+ protected:
+  PaywallLoader() {
+    backend->setCatalogue({weekly, yearly, {.productIdentifier = "unrelated"}});
+  }
+
+  const SKProduct weekly{.productIdentifier = "pro.weekly",
+                         .localizedTitle = "Pro Weekly",
+                         .price = Decimal(499, -2),
+                         .priceLocale = Locale("en_US"),
+                         .subscriptionPeriod = {{1, platform::SKProductPeriodUnit::week}},
+                         .subscriptionGroupIdentifier = "pro"};
+  const SKProduct yearly{.productIdentifier = "pro.yearly",
+                         .localizedTitle = "Pro Yearly",
+                         .price = Decimal(3999, -2),
+                         .priceLocale = Locale("en_US"),
+                         .subscriptionPeriod = {{1, platform::SKProductPeriodUnit::year}},
+                         .subscriptionGroupIdentifier = "pro"};
+  std::shared_ptr<ScriptedStoreBackend> backend = std::make_shared<ScriptedStoreBackend>();
+  StoreBackendScope scope{backend};
+};
+
+TEST_F(PaywallLoader, OneRequestForTheNamedProductsInDocumentOrder) {
+  const auto path = writeDocument("order.json", R"({"id": "onboarding",
+      "remoteConfig": {"ios_selected_product_id": "pro.yearly", "ios_comparing_product_id": "pro.weekly"},
+      "products": [{"productId": "pro.yearly", "localizedTitle": "Best deal"}, {"productId": "gone"},
+                   {"productId": "pro.weekly"}, {"productId": "pro.yearly"}, {"productId": "also.gone"}]})");
+  const LoadedPaywall loaded = loadPaywall(path);
+  std::filesystem::remove(path);
+
+  const std::vector<std::unordered_set<std::string>> asked = {{"pro.yearly", "gone", "pro.weekly", "also.gone"}};
+  EXPECT_EQ(backend->requests(), asked);
+  EXPECT_EQ(loaded.missingProductIdentifiers, (std::vector<std::string>{"gone", "also.gone"}));
+  std::vector<std::pair<std::string, std::string>> products;
+  for (const auto& product : loaded.products) products.emplace_back(product.productIdentifier(), product.localizedTitle());
+  EXPECT_EQ(products, (std::vector<std::pair<std::string, std::string>>{
+                          {"pro.yearly", "Best deal"}, {"pro.weekly", "Pro Weekly"}, {"pro.yearly", "Pro Yearly"}}));
+  EXPECT_EQ(loaded.products[1].skProduct(), weekly);
+
+  const Paywall paywall(loaded.paywall, loaded.products);
+  EXPECT_EQ(paywall.id(), Paywall::ID("onboarding"));
+  ASSERT_TRUE(paywall.productSelected());
+  EXPECT_EQ(paywall.productSelected()->displayName, "Best deal");
+  ASSERT_TRUE(paywall.productComparing());
+  EXPECT_EQ(paywall.productComparing()->displayPrice, "$4.99");
+}
+
+TEST_F(PaywallLoader, ABadRemoteConfigurationStillLoads) {
+  for (const char* config : {R"("not json {")", "[1, 2]", "7", R"("")"}) {
+    const auto document = adapty::parsePaywallDocument(
+        std::string(R"({"id": "p", "products": [{"productId": "pro.weekly"}], "remoteConfig": )") + config + "}",
+        "p.json");
+    const LoadedPaywall loaded = loadPaywall(document);
+    ASSERT_EQ(loaded.products.size(), 1u) << config;
+    const Paywall paywall(loaded.paywall, loaded.products);
+    EXPECT_EQ(paywall.remoteConfig(), std::nullopt) << config;
+    EXPECT_EQ(paywall.roles(), Paywall::Roles{}) << config;
+    EXPECT_TRUE(paywall.filterPayUpFrontProduct()) << config;
+  }
+}
+
+TEST_F(PaywallLoader, NothingIsAskedWithoutProductsOrWithABadDocument) {
+  const LoadedPaywall empty = loadPaywall(adapty::parsePaywallDocument(R"({"id": "p", "products": []})", "p.json"));
+  EXPECT_EQ(empty, (LoadedPaywall{.paywall = {.identifier = "p"}}));
+
+  const auto path = writeDocument("bad.json", R"({"id": "p", "products": [{"productId": "pro.weekly", "price": "1"}]})");
+  try {
+    loadPaywall(path);
+    ADD_FAILURE() << "no error";
+  } catch (const adapty::PaywallDocumentError& error) {
+    EXPECT_EQ(error.document(), path.string());
+    EXPECT_EQ(error.path(), "products[0].price");
+  }
+  std::filesystem::remove(path);
+  EXPECT_TRUE(backend->requests().empty());
+}
+
+}  // namespace
+}  // namespace velquist::storekit

@@ -1,0 +1,231 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <ostream>
+
+#include "command.h"
+#include "velquist/adapty/paywall_document.h"
+#include "velquist/foundation/json.h"
+#include "velquist/platform/store_backend.h"
+#include "velquist/sandbox/sandbox_store.h"
+#include "velquist/storekit/formatting/offer_format_style.h"
+#include "velquist/storekit/formatting/price_format_style.h"
+#include "velquist/storekit/paywall/paywall.h"
+#include "velquist/storekit/paywall/paywall_loader.h"
+
+namespace velquist::vsk {
+namespace {
+
+using foundation::JsonValue;
+using storekit::Paywall;
+using storekit::Product;
+
+// The sandbox store's state folder for one run, removed afterwards: showing a paywall buys
+// nothing, so it must not touch the ledger of any other run.
+class RunStateFolder {
+ public:
+  RunStateFolder()
+      : path_(std::filesystem::temp_directory_path() / ("vsk-paywall-" + std::to_string(::getpid()))) {}
+  ~RunStateFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  RunStateFolder(const RunStateFolder&) = delete;
+  RunStateFolder& operator=(const RunStateFolder&) = delete;
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+struct Role {
+  std::string_view name;
+  const std::optional<Product::ID>& (Paywall::*id)() const;
+};
+
+// In the order a screen would care about them.
+constexpr Role roles[] = {
+    {"selected", &Paywall::productSelectedID},       {"highlighted", &Paywall::productHighlightedID},
+    {"best value", &Paywall::productBestValueID},     {"most popular", &Paywall::productMostPopularID},
+    {"comparing", &Paywall::productComparingID},     {"secondary", &Paywall::productSecondaryID},
+    {"full price", &Paywall::productFullPriceID},    {"pay up front", &Paywall::productPayUpFrontID},
+};
+
+/// The roles whose identifier is the product's.
+std::vector<std::string> rolesOf(const Paywall& paywall, const Product& product) {
+  std::vector<std::string> names;
+  for (const Role& role : roles) {
+    if ((paywall.*role.id)() == product.id) names.emplace_back(role.name);
+  }
+  return names;
+}
+
+/// What a screen shows for one product.
+struct ProductLines {
+  std::string price;
+  std::string pricePerWeek;
+  std::string freeTrial;                ///< empty without a free-trial introductory offer
+  std::optional<std::string> discount;  ///< against the comparing product, for the others
+};
+
+ProductLines linesFor(const Product& product, const std::optional<Product>& comparing) {
+  ProductLines lines{.price = product.formatted(Product::FormatStyle::price()),
+                     .pricePerWeek = product.formatted(Product::FormatStyle::price(Product::SubscriptionPeriod::week(1)))};
+  if (const auto offer = product.introductoryPrice()) lines.freeTrial = offer->formatted();
+  if (comparing && product.id != comparing->id) lines.discount = product.displayDiscount(*comparing);
+  return lines;
+}
+
+std::string remoteConfigSummary(const Paywall& paywall) {
+  if (!paywall.remoteConfigString()) return "none";
+  const auto config = paywall.remoteConfig();
+  if (!config) return "not a JSON object, ignored";
+  const std::size_t count = config->objectValue().size();
+  return std::to_string(count) + (count == 1 ? " key" : " keys");
+}
+
+std::string joined(const std::vector<std::string>& texts) {
+  std::string result;
+  for (const auto& text : texts) result += (result.empty() ? "" : ", ") + text;
+  return result;
+}
+
+void printText(std::ostream& out, const Paywall& paywall, const storekit::LoadedPaywall& loaded) {
+  out << "paywall " << paywall.id().rawValue;
+  if (paywall.variantID()) out << ", variant " << paywall.variantID()->rawValue;
+  out << "\nremote configuration: " << remoteConfigSummary(paywall)
+      << "\nfilter pay-up-front product: " << (paywall.filterPayUpFrontProduct() ? "yes" : "no") << "\n";
+  for (const auto& missing : loaded.missingProductIdentifiers) out << "not in the store: " << missing << "\n";
+  for (const Role& role : roles) {
+    const auto& id = (paywall.*role.id)();
+    const bool found = std::any_of(paywall.products().begin(), paywall.products().end(),
+                                   [&](const Product& product) { return id && product.id == *id; });
+    if (id && !found) out << role.name << ": " << id->rawValue << " is not on the paywall\n";
+  }
+
+  const auto comparing = paywall.productComparing();
+  for (const Product& product : paywall.products()) {
+    const ProductLines lines = linesFor(product, comparing);
+    const auto productRoles = rolesOf(paywall, product);
+    out << "\n" << product.id.rawValue;
+    if (!productRoles.empty()) out << "  [" << joined(productRoles) << "]";
+    out << "\n  title: " << product.displayName << "\n  price: " << lines.price << "\n  per week: " << lines.pricePerWeek
+        << "\n";
+    if (!lines.freeTrial.empty()) out << "  free trial: " << lines.freeTrial << "\n";
+    if (lines.discount) out << "  discount against " << comparing->id.rawValue << ": " << *lines.discount << "\n";
+  }
+}
+
+JsonValue optionalText(const std::optional<std::string>& text) { return text ? JsonValue(*text) : JsonValue(); }
+
+void printJson(std::ostream& out, const Paywall& paywall, const storekit::LoadedPaywall& loaded) {
+  JsonValue::Object roleIDs;
+  for (const Role& role : roles) {
+    if (const auto& id = (paywall.*role.id)()) roleIDs.emplace_back(std::string(role.name), JsonValue(id->rawValue));
+  }
+  const auto comparing = paywall.productComparing();
+  JsonValue::Array products;
+  for (const Product& product : paywall.products()) {
+    const ProductLines lines = linesFor(product, comparing);
+    JsonValue::Array productRoles;
+    for (auto& role : rolesOf(paywall, product)) productRoles.emplace_back(std::move(role));
+    products.emplace_back(JsonValue::Object{
+        {"id", JsonValue(product.id.rawValue)},
+        {"title", JsonValue(product.displayName)},
+        {"roles", JsonValue(std::move(productRoles))},
+        {"price", JsonValue(lines.price)},
+        {"pricePerWeek", JsonValue(lines.pricePerWeek)},
+        {"freeTrial", lines.freeTrial.empty() ? JsonValue() : JsonValue(lines.freeTrial)},
+        {"discount", optionalText(lines.discount)},
+    });
+  }
+  JsonValue::Array missing;
+  for (const auto& identifier : loaded.missingProductIdentifiers) missing.emplace_back(identifier);
+  const JsonValue document(JsonValue::Object{
+      {"id", JsonValue(paywall.id().rawValue)},
+      {"variantID", optionalText(paywall.variantID() ? std::optional(paywall.variantID()->rawValue) : std::nullopt)},
+      {"filterPayUpFrontProduct", JsonValue(paywall.filterPayUpFrontProduct())},
+      {"roles", JsonValue(std::move(roleIDs))},
+      {"products", JsonValue(std::move(products))},
+      {"missingProducts", JsonValue(std::move(missing))},
+  });
+  out << foundation::toJsonText(document, {.prettyPrinted = true}) << "\n";
+}
+
+}  // namespace
+
+Command paywallCommand() {
+  return {
+      .name = "paywall",
+      .usage = "paywall <paywall.json> --config <file.storekit> [--locale <id>] [--json]",
+      .summary = "a paywall document's products with their roles, prices, trials and discounts",
+      .details = "Reads the paywall document (see the README for its format), opens the sandbox store\n"
+                 "over the catalogue (with a state folder of its own, removed afterwards), fetches the\n"
+                 "paywall's products from it and prints each with its roles, its price per its own\n"
+                 "period and per week, its free trial and its discount against the comparing product.\n"
+                 "--locale picks the texts and the language of prices and percentages (default: the\n"
+                 "file's _locale); --json prints one JSON document instead.\n"
+                 "\n"
+                 "Example:\n"
+                 "  $ vsk paywall examples/velquist_demo_paywall.json --config examples/velquist_demo.storekit\n"
+                 "  paywall velquist.demo.onboarding, variant yearly-first\n"
+                 "  ...\n"
+                 "  com.velquist.demo.pro.yearly  [selected, highlighted, best value]\n"
+                 "    title: Pro Yearly\n"
+                 "    price: $39.99 / year\n"
+                 "    per week: $0.83 / week\n"
+                 "    free trial: 1 week free\n"
+                 "    discount against com.velquist.demo.pro.weekly: 85%\n",
+      .run = [](std::span<const std::string> arguments, std::ostream& out, std::ostream& err) -> int {
+        return reportingUsageErrors("paywall", err, [&] {
+          const ParsedArguments parsed = parseArguments(arguments, {"config", "locale"}, {"json"});
+          if (parsed.positional.size() != 1) throw UsageError("expected one paywall document");
+          const auto config = parsed.option("config");
+          if (!config) throw UsageError("--config <file.storekit> is required");
+
+          adapty::AdaptyPaywallDocument document;
+          std::shared_ptr<sandbox::SandboxStore> store;
+          const RunStateFolder state;
+          try {
+            document = adapty::loadPaywallDocument(parsed.positional[0]);
+            store = sandbox::SandboxStore::open(
+                *config, {.stateDirectory = state.path(), .locale = parsed.option("locale"), .publishesReceipt = false});
+          } catch (const adapty::PaywallDocumentError& error) {
+            err << "vsk paywall: " << error.what() << "\n";
+            return static_cast<int>(badInput);
+          } catch (const sandbox::StoreKitConfigurationError& error) {
+            err << "vsk paywall: " << error.what() << "\n";
+            return static_cast<int>(badInput);
+          }
+          const auto language =
+              parsed.option("locale").value_or(store->configuration().settings.locale.value_or("en_US"));
+          foundation::Locale::setCurrent(foundation::Locale(language));
+
+          const storekit::LoadedPaywall loaded = [&] {
+            // The store is the default backend for the one request, whichever way it ends.
+            struct DefaultBackend {
+              explicit DefaultBackend(std::shared_ptr<platform::StoreBackend> backend) {
+                platform::setDefaultStoreBackend(std::move(backend));
+              }
+              ~DefaultBackend() { platform::setDefaultStoreBackend(nullptr); }
+              DefaultBackend(const DefaultBackend&) = delete;
+              DefaultBackend& operator=(const DefaultBackend&) = delete;
+            } scope(store);
+            return storekit::loadPaywall(document);
+          }();
+
+          const Paywall paywall(loaded.paywall, loaded.products);
+          if (parsed.flag("json")) {
+            printJson(out, paywall, loaded);
+          } else {
+            printText(out, paywall, loaded);
+          }
+          return static_cast<int>(success);
+        });
+      },
+  };
+}
+
+}  // namespace velquist::vsk
