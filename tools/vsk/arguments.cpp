@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <ostream>
 
@@ -34,6 +36,15 @@ ParsedArguments parseArguments(std::span<const std::string> arguments, std::init
     parsed.options[name] = arguments[++i];
   }
   return parsed;
+}
+
+ScratchFolder::ScratchFolder(std::string_view command)
+    : path_(std::filesystem::temp_directory_path() /
+            ("vsk-" + std::string(command) + "-" + std::to_string(::getpid()))) {}
+
+ScratchFolder::~ScratchFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
 }
 
 int reportingUsageErrors(std::string_view command, std::ostream& err, const std::function<int()>& body) {

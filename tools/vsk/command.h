@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <iosfwd>
 #include <map>
@@ -61,6 +62,20 @@ struct UsageError : std::runtime_error {
 
 /// Runs a command body, turning a UsageError into its one-line message and exit code 2.
 int reportingUsageErrors(std::string_view command, std::ostream& err, const std::function<int()>& body);
+
+/// A state folder of the command's own for the sandbox store, removed when the command
+/// ends: a listing buys nothing, so it must not touch the ledger of any other run.
+class ScratchFolder {
+ public:
+  explicit ScratchFolder(std::string_view command);
+  ~ScratchFolder();
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
 
 /// Reads a whole file; throws std::runtime_error naming the file when it cannot.
 std::string readFile(const std::string& path);

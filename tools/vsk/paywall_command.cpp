@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <functional>
@@ -21,24 +19,6 @@ namespace {
 using foundation::JsonValue;
 using storekit::Paywall;
 using storekit::Product;
-
-// The sandbox store's state folder for one run, removed afterwards: showing a paywall buys
-// nothing, so it must not touch the ledger of any other run.
-class RunStateFolder {
- public:
-  RunStateFolder()
-      : path_(std::filesystem::temp_directory_path() / ("vsk-paywall-" + std::to_string(::getpid()))) {}
-  ~RunStateFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  RunStateFolder(const RunStateFolder&) = delete;
-  RunStateFolder& operator=(const RunStateFolder&) = delete;
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
 
 struct Role {
   std::string_view name;
@@ -159,14 +139,15 @@ void printJson(std::ostream& out, const Paywall& paywall, const storekit::Loaded
 Command paywallCommand() {
   return {
       .name = "paywall",
-      .usage = "paywall <paywall.json> --config <file.storekit> [--locale <id>] [--json]",
+      .usage = "paywall <paywall.json> --config <file.storekit> [--locale <id>] [--storefront <code>] [--json]",
       .summary = "a paywall document's products with their roles, prices, trials and discounts",
       .details = "Reads the paywall document (see the README for its format), opens the sandbox store\n"
                  "over the catalogue (with a state folder of its own, removed afterwards), fetches the\n"
                  "paywall's products from it and prints each with its roles, its price per its own\n"
                  "period and per week, its free trial and its discount against the comparing product.\n"
                  "--locale picks the texts and the language of prices and percentages (default: the\n"
-                 "file's _locale); --json prints one JSON document instead.\n"
+                 "file's _locale), --storefront the country and currency (default: the file's\n"
+                 "_storefront); --json prints one JSON document instead.\n"
                  "\n"
                  "Example:\n"
                  "  $ vsk paywall examples/velquist_demo_paywall.json --config examples/velquist_demo.storekit\n"
@@ -180,18 +161,21 @@ Command paywallCommand() {
                  "    discount against com.velquist.demo.pro.weekly: 85%\n",
       .run = [](std::span<const std::string> arguments, std::ostream& out, std::ostream& err) -> int {
         return reportingUsageErrors("paywall", err, [&] {
-          const ParsedArguments parsed = parseArguments(arguments, {"config", "locale"}, {"json"});
+          const ParsedArguments parsed = parseArguments(arguments, {"config", "locale", "storefront"}, {"json"});
           if (parsed.positional.size() != 1) throw UsageError("expected one paywall document");
           const auto config = parsed.option("config");
           if (!config) throw UsageError("--config <file.storekit> is required");
 
           adapty::AdaptyPaywallDocument document;
           std::shared_ptr<sandbox::SandboxStore> store;
-          const RunStateFolder state;
+          const ScratchFolder state("paywall");
           try {
             document = adapty::loadPaywallDocument(parsed.positional[0]);
             store = sandbox::SandboxStore::open(
-                *config, {.stateDirectory = state.path(), .locale = parsed.option("locale"), .publishesReceipt = false});
+                *config, {.stateDirectory = state.path(),
+                          .storefront = parsed.option("storefront"),
+                          .locale = parsed.option("locale"),
+                          .publishesReceipt = false});
           } catch (const adapty::PaywallDocumentError& error) {
             err << "vsk paywall: " << error.what() << "\n";
             return static_cast<int>(badInput);

@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <filesystem>
 #include <ostream>
 
@@ -17,24 +15,6 @@ namespace {
 
 using foundation::JsonValue;
 using storekit::Product;
-
-// A state folder of our own for the listing, removed afterwards: listing buys nothing, so
-// it must not touch the ledger of any other run.
-class TemporaryFolder {
- public:
-  TemporaryFolder()
-      : path_(std::filesystem::temp_directory_path() / ("vsk-products-" + std::to_string(::getpid()))) {}
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
 
 std::string periodText(const Product::SubscriptionPeriod& period) {
   using Style = Product::SubscriptionPeriod::FormatStyle;
@@ -112,7 +92,7 @@ Command productsCommand() {
         return reportingUsageErrors("products", err, [&] {
           const ParsedArguments parsed = parseArguments(arguments, {"locale", "storefront"}, {"json"});
           if (parsed.positional.size() != 1) throw UsageError("expected one .storekit file");
-          const TemporaryFolder state;
+          const ScratchFolder state("products");
           sandbox::SandboxStoreOptions options{.stateDirectory = state.path(),
                                                .storefront = parsed.option("storefront"),
                                                .locale = parsed.option("locale"),
