@@ -33,8 +33,9 @@ class SinkSlot {
   LogSink sink_ VELQUIST_GUARDED_BY(mutex_);
 };
 
+// Never destroyed: background work may still log while the process exits.
 SinkSlot& sinkSlot() {
-  static SinkSlot slot;
+  static SinkSlot& slot = *new SinkSlot;
   return slot;
 }
 
@@ -56,7 +57,8 @@ void writeToStandardError(const LogEntry& entry) {
 class LoggerRegistry {
  public:
   static const Logger& named(std::string_view subsystem, std::string_view category) {
-    static LoggerRegistry registry;
+    // Never destroyed, so the loggers handed out stay valid while the process exits.
+    static LoggerRegistry& registry = *new LoggerRegistry;
     return registry.find(subsystem, category);
   }
 

@@ -225,6 +225,7 @@ TEST_F(PaymentQueueTest, NoThreadWaitsForIdleStreamsOrPendingRequests) {
   backend->releaseHeld();
   backend->waitForAnswers();
   for (auto& stream : updates) EXPECT_TRUE(stream.next().has_value());
+  EXPECT_TRUE(updates.front().next().has_value());  // the first stream had a second batch waiting
 }
 
 TEST_F(PaymentQueueTest, StoreTransactionUpdatesPassBatchesAsReceivedUntilTheStreamEnds) {

@@ -224,6 +224,7 @@ TEST_F(TransactionQueueTest, ListenersChangingDuringDeliverySeeWholeBatches) {
     relay->stopped = true;
   }
   queue->remove(relay->current);
+  relay->current.reset();  // the relay and its listener hold each other
   queue->remove(permanent);
   EXPECT_FALSE(observesStore(queue));
 }

@@ -221,7 +221,7 @@ class Observation final : public std::enable_shared_from_this<Observation> {
 class Observations {
  public:
   static Observations& shared() {
-    static Observations observations;
+    static Observations& observations = *new Observations;  // never destroyed, like the observations
     return observations;
   }
   void keep(std::shared_ptr<Observation> observation) VELQUIST_EXCLUDES(mutex_) {
