@@ -31,33 +31,6 @@ class RecordingListener final : public TransactionQueueListener {
   testing::Inbox<Batch> batches;
 };
 
-// Replaces itself with a new relay from inside `updated`, on the queue's scheduler, until
-// the test stops the relay and removes the last one.
-class RelayListener final : public TransactionQueueListener, public std::enable_shared_from_this<RelayListener> {
- public:
-  struct Relay {
-    std::mutex mutex;
-    bool stopped = false;
-    std::shared_ptr<RelayListener> current;
-  };
-
-  RelayListener(std::weak_ptr<TransactionQueue> queue, std::shared_ptr<Relay> relay)
-      : queue_(std::move(queue)), relay_(std::move(relay)) {}
-
-  void updated(const std::vector<Transaction>&) override {
-    const auto queue = queue_.lock();
-    std::lock_guard lock(relay_->mutex);
-    if (!queue || relay_->stopped) return;
-    relay_->current = std::make_shared<RelayListener>(queue_, relay_);
-    queue->add(relay_->current);
-    queue->remove(shared_from_this());
-  }
-
- private:
-  std::weak_ptr<TransactionQueue> queue_;
-  std::shared_ptr<Relay> relay_;
-};
-
 bool observesStore(const std::shared_ptr<TransactionQueue>& queue) {
   const auto observers = SKPaymentQueue::defaultQueue().transactionObservers();
   return std::ranges::find(observers, queue) != observers.end();
@@ -174,6 +147,47 @@ TEST_F(TransactionQueueTest, ObservesTheStoreOnlyWhileItHasListeners) {
   EXPECT_EQ(b.use_count(), 1);
 }
 
+// A store that reports a batch to every observer from inside the registration of one, and
+// fails every products request.
+class EagerStore final : public platform::StoreBackend {
+ public:
+  void startProductsRequest(std::uint64_t, const std::unordered_set<std::string>&, ProductsCompletion done) override {
+    done(platform::SKError(platform::SKError::Code::unknown, "no products here"));
+  }
+  void cancelProductsRequest(std::uint64_t) override {}
+  void addPayment(const platform::SKPayment&) override {}
+  void finishTransaction(const std::shared_ptr<platform::SKPaymentTransaction>&) override {}
+  void restoreCompletedTransactions(const std::optional<std::string>&) override {}
+  std::optional<platform::SKStorefront> storefront() const override { return std::nullopt; }
+  void transactionObserverAdded() override { SKPaymentQueue::defaultQueue().reportUpdatedTransactions({}); }
+};
+
+// A host's own observer that registers a listener when it hears a batch.
+class AddingObserver final : public platform::SKPaymentTransactionObserver {
+ public:
+  AddingObserver(std::shared_ptr<TransactionQueue> q, std::shared_ptr<TransactionQueueListener> l)
+      : queue(std::move(q)), listener(std::move(l)) {}
+  void updatedTransactions(SKPaymentQueue&, const SKPaymentQueue::Transactions&) override { queue->add(listener); }
+  std::shared_ptr<TransactionQueue> queue;
+  std::shared_ptr<TransactionQueueListener> listener;
+};
+
+TEST(TransactionQueueRegistration, ListenersAddedFromInsideTheRegistrationAreKept) {
+  testing::StoreBackendScope scope(std::make_shared<EagerStore>());
+  const auto queue = TransactionQueue::make(TransactionQueueListenerState(std::make_shared<foundation::InMemoryUserDefaults>()));
+  const auto first = std::make_shared<RecordingListener>(), second = std::make_shared<RecordingListener>();
+  const auto observer = std::make_shared<AddingObserver>(queue, second);
+  SKPaymentQueue::defaultQueue().addTransactionObserver(observer);
+  logging::LogCapture quiet;
+  queue->add(first);  // the store reports while the queue registers; the observer adds the second
+  SKPaymentQueue::defaultQueue().removeTransactionObserver(observer);
+  EXPECT_TRUE(observesStore(queue));
+  queue->remove(first);
+  EXPECT_TRUE(queue->isListeningTransactions());  // the second is still there
+  queue->remove(second);
+  EXPECT_FALSE(observesStore(queue));
+}
+
 TEST_F(TransactionQueueTest, ListenersChangingDuringDeliverySeeWholeBatches) {
   // Listeners come and go on two threads while batches are delivered; every listener sees
   // whole batches, in the order they were reported, and the queue stays registered with the
@@ -181,10 +195,6 @@ TEST_F(TransactionQueueTest, ListenersChangingDuringDeliverySeeWholeBatches) {
   const auto queue = TransactionQueue::make(TransactionQueueListenerState(std::make_shared<foundation::InMemoryUserDefaults>()));
   const auto permanent = std::make_shared<RecordingListener>();
   queue->add(permanent);
-  // One that, while it is being called, removes itself and adds its successor.
-  const auto relay = std::make_shared<RelayListener::Relay>();
-  relay->current = std::make_shared<RelayListener>(queue, relay);
-  queue->add(relay->current);
   logging::LogCapture quiet;
   constexpr int batches = 150;
   std::atomic<bool> done = false;
@@ -219,12 +229,6 @@ TEST_F(TransactionQueueTest, ListenersChangingDuringDeliverySeeWholeBatches) {
   for (const auto& visitor : visitors) {
     for (const auto& batch : visitor->batches.waitFor(0)) EXPECT_EQ(batch.size(), 2u);
   }
-  {
-    std::lock_guard lock(relay->mutex);
-    relay->stopped = true;
-  }
-  queue->remove(relay->current);
-  relay->current.reset();  // the relay and its listener hold each other
   queue->remove(permanent);
   EXPECT_FALSE(observesStore(queue));
 }

@@ -188,17 +188,6 @@ TEST(TransactionDump, StoreObjectsAsObjectsWithTheirIdentifyingFields) {
       << dumped;
   EXPECT_NE(dumped.find("  \"c\": Transaction(\n    transaction: #1 SKPaymentTransaction(\n"), std::string::npos)
       << dumped;
-  // With a product, the product's own dump; the store error as the platform's error object.
-  const SKProduct lifetime{.productIdentifier = "pro.lifetime", .localizedTitle = "Lifetime",
-                           .price = *foundation::Decimal::fromString("29.99"), .priceLocale = foundation::Locale("en_US")};
-  const auto bought = makeTransaction(&lifetime, makeStoreTransaction({.product = "pro.lifetime", .id = "L1"}));
-  EXPECT_NE(bought.description().find("  product: Product(\n    id: Tagged(rawValue: \"pro.lifetime\"),\n"
-                                      "    displayName: \"Lifetime\",\n"),
-            std::string::npos)
-      << bought.description();
-  EXPECT_NE(bought.description().find("    displayPrice: \"$29.99\",\n    subscription: nil,\n"), std::string::npos);
-  EXPECT_EQ(support::customDump(platform::SKError(platform::SKError::Code{99}, "")),
-            "NSError(\n  domain: \"SKErrorDomain\",\n  code: 99,\n  userInfo: [\n    \"NSLocalizedDescription\": \"\"\n  ]\n)");
 }
 
 }  // namespace

@@ -71,31 +71,54 @@ TransactionQueue::TransactionQueue(TransactionQueueListenerState state) : state_
 
 void TransactionQueue::add(const std::shared_ptr<TransactionQueueListener>& listener) {
   if (!listener) return;
-  support::LockGuard registration(registrationMutex_);
-  bool startObserving = false;
   {
     support::LockGuard lock(mutex_);
     listeners_.insert_or_assign(listener.get(), listener);
-    startObserving = !isListeningTransactions_;
-    isListeningTransactions_ = true;
   }
-  if (startObserving) platform::SKPaymentQueue::defaultQueue().addTransactionObserver(shared_from_this());
+  updateRegistration();
 }
 
 void TransactionQueue::remove(const std::shared_ptr<TransactionQueueListener>& listener) {
-  support::LockGuard registration(registrationMutex_);
   std::shared_ptr<TransactionQueueListener> released;  // let go of after the lock
-  bool stopObserving = false;
   {
     support::LockGuard lock(mutex_);
     if (const auto found = listeners_.find(listener.get()); found != listeners_.end()) {
       released = std::move(found->second);
       listeners_.erase(found);
     }
-    stopObserving = isListeningTransactions_ && listeners_.empty();
-    if (stopObserving) isListeningTransactions_ = false;
   }
-  if (stopObserving) platform::SKPaymentQueue::defaultQueue().removeTransactionObserver(shared_from_this());
+  updateRegistration();
+}
+
+// Observes the store exactly while the map has listeners. One thread at a time does the
+// registering, with no lock held (the payment queue may report to observers from inside
+// the call, and they may add or remove listeners): it goes on until the registration
+// matches the map, so changes made meanwhile by other threads are not lost.
+void TransactionQueue::updateRegistration() {
+  {
+    support::LockGuard lock(mutex_);
+    if (isUpdatingRegistration_) return;
+    isUpdatingRegistration_ = true;
+  }
+  for (;;) {
+    bool observe = false;
+    {
+      support::LockGuard lock(mutex_);
+      observe = !listeners_.empty();
+      if (observe == isListeningTransactions_) {
+        isUpdatingRegistration_ = false;
+        return;
+      }
+    }
+    auto& store = platform::SKPaymentQueue::defaultQueue();
+    if (observe) {
+      store.addTransactionObserver(shared_from_this());
+    } else {
+      store.removeTransactionObserver(shared_from_this());
+    }
+    support::LockGuard lock(mutex_);
+    isListeningTransactions_ = observe;
+  }
 }
 
 bool TransactionQueue::isListeningTransactions() const {

@@ -89,9 +89,10 @@ class TransactionQueueListenerState {
 ///
 /// Thread-safety: `add` and `remove` may be called from any thread, also from a listener
 /// while a batch is delivered; a batch goes to the listeners registered when its delivery
-/// begins. Batches are handled one after the other on the serial scheduler
-/// "velquist.store-kit.transaction-listener", which all queues share. Listeners are called
-/// with no lock held.
+/// begins. When two threads change the listeners at once, the store registration may be
+/// completed by the other thread just after `add` or `remove` returns. Batches are handled
+/// one after the other on the serial scheduler "velquist.store-kit.transaction-listener",
+/// which all queues share. Listeners and the payment queue are called with no lock held.
 class TransactionQueue final : public platform::SKPaymentTransactionObserver,
                                public std::enable_shared_from_this<TransactionQueue> {
  public:
@@ -130,10 +131,12 @@ class TransactionQueue final : public platform::SKPaymentTransactionObserver,
   std::optional<Transaction> handle(Transaction transaction);
   std::vector<std::shared_ptr<TransactionQueueListener>> currentListeners() const;
 
-  // Serialises add and remove as a whole, so the store registration follows the map.
-  support::Mutex registrationMutex_;
+  // Brings the store registration in line with the map (see the .cpp).
+  void updateRegistration() VELQUIST_EXCLUDES(mutex_);
+
   mutable support::Mutex mutex_;
   bool isListeningTransactions_ VELQUIST_GUARDED_BY(mutex_) = false;
+  bool isUpdatingRegistration_ VELQUIST_GUARDED_BY(mutex_) = false;
   std::unordered_map<const TransactionQueueListener*, std::shared_ptr<TransactionQueueListener>> listeners_
       VELQUIST_GUARDED_BY(mutex_);
   // Used only on the scheduler.
