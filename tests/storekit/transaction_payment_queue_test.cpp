@@ -21,6 +21,7 @@ using Batch = std::vector<Transaction>;
 using IDs = std::set<std::string>;
 
 constexpr std::string_view subsystem = "VelquistSDK.PaymentQueue";
+static_assert(!std::is_default_constructible_v<PaymentQueue>, "a payment queue needs its user settings");
 const std::string renewalLine = "filter transaction\n[\n  \"reason\": \"renewal\",\n  \"result\": \"filtered\"\n]";
 
 Bytes bytes(std::string_view text) { return Bytes(text.begin(), text.end()); }

@@ -23,6 +23,7 @@ using Strings = std::vector<std::string>;
 using Batch = std::vector<Transaction>;
 
 constexpr std::string_view subsystem = "velquist.store-kit.transaction-listener";
+static_assert(!std::is_default_constructible_v<TransactionQueue>, "a queue is made over its state");
 
 // Hands every batch it is given to the test.
 class RecordingListener final : public TransactionQueueListener {
