@@ -31,9 +31,9 @@ IDs stored(const UserSettingsClient& settings) {
   return {set.begin(), set.end()};
 }
 
-SKPaymentQueue::Transactions storeBatch(const std::vector<testing::StoreTransaction>& specs) {
+SKPaymentQueue::Transactions storeBatch(const std::vector<testing::StoreTransaction>& rows) {
   SKPaymentQueue::Transactions batch;
-  for (const auto& spec : specs) batch.push_back(testing::makeStoreTransaction(spec));
+  for (const auto& row : rows) batch.push_back(testing::makeStoreTransaction(row));
   return batch;
 }
 

@@ -61,7 +61,7 @@ TEST_F(TransactionQueueTest, ClassifiesEachPurchaseAgainstTheStoredSet) {
     queue->add(listener), queue->add(other);
 
     SKPaymentQueue::Transactions batch;
-    for (const auto& spec : scenario.batch) batch.push_back(testing::makeStoreTransaction(spec));
+    for (const auto& row : scenario.batch) batch.push_back(testing::makeStoreTransaction(row));
     logging::LogCapture capture;
     SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
     const auto delivered = listener->batches.waitFor(1);

@@ -31,18 +31,18 @@ struct StoreTransaction {
   std::optional<std::string> offer;     ///< the promotional offer applied to the payment
 };
 
-inline std::shared_ptr<platform::SKPaymentTransaction> makeStoreTransaction(const StoreTransaction& spec) {
+inline std::shared_ptr<platform::SKPaymentTransaction> makeStoreTransaction(const StoreTransaction& row) {
   std::shared_ptr<platform::SKPaymentTransaction> original;
-  if (spec.original || spec.originalWithoutID) {
+  if (row.original || row.originalWithoutID) {
     original = std::make_shared<platform::SKPaymentTransaction>(
-        platform::SKPayment{.productIdentifier = spec.product},
+        platform::SKPayment{.productIdentifier = row.product},
         platform::SKPaymentTransaction::Progress{.state = SKPaymentTransactionState::purchased,
-                                                 .transactionIdentifier = spec.original});
+                                                 .transactionIdentifier = row.original});
   }
-  platform::SKPayment payment{.productIdentifier = spec.product};
-  if (spec.offer) payment.paymentDiscount = platform::SKPaymentDiscount{.identifier = *spec.offer};
+  platform::SKPayment payment{.productIdentifier = row.product};
+  if (row.offer) payment.paymentDiscount = platform::SKPaymentDiscount{.identifier = *row.offer};
   return std::make_shared<platform::SKPaymentTransaction>(
-      payment, platform::SKPaymentTransaction::Progress{.state = spec.state, .transactionIdentifier = spec.id},
+      payment, platform::SKPaymentTransaction::Progress{.state = row.state, .transactionIdentifier = row.id},
       original);
 }
 

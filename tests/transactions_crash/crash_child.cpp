@@ -55,10 +55,10 @@ int main(int argc, char** argv) {
     velquist::platform::SKPaymentQueue::Transactions batch;
     for (int i = 0; i < perBatch; ++i) {
       const std::string id = tag + "-" + std::to_string(b) + "-" + std::to_string(i);
-      velquist::testing::StoreTransaction spec{.id = id};
-      if (i % 4 == 1 && b > 0) spec.original = tag + "-" + std::to_string(b - 1) + "-0";  // a renewal
-      if (i % 4 == 3) spec.state = State::failed;
-      batch.push_back(velquist::testing::makeStoreTransaction(spec));
+      velquist::testing::StoreTransaction row{.id = id};
+      if (i % 4 == 1 && b > 0) row.original = tag + "-" + std::to_string(b - 1) + "-0";  // a renewal
+      if (i % 4 == 3) row.state = State::failed;
+      batch.push_back(velquist::testing::makeStoreTransaction(row));
     }
     velquist::platform::SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
     listener->delivered.waitFor(static_cast<std::size_t>(b) + 1);
