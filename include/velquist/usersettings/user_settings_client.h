@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "velquist/foundation/user_defaults.h"
+
+namespace velquist::usersettings {
+
+/// The application's settings as a record of two operations on bytes by key, so that a
+/// feature can be given any storage (the real one, an in-memory one, a recording fake):
+///
+///     UserSettingsClient settings = UserSettingsClient::inMemory();
+///     settings.setData(UserSettingsClient::Bytes{'a', 'b'}, "ids");
+///     settings.data("ids");  // {'a', 'b'}
+///     settings.setData(std::nullopt, "ids");
+///     settings.data("ids");  // nothing
+///
+/// `data` reads the bytes stored under a key (absent when nothing is); `setData` stores
+/// bytes under a key, or removes the key when given none; it cannot fail and returns once
+/// the change is made (for the live value: once it is in the file).
+///
+/// A plain value: copies share the storage behind the operations. The values made here are
+/// safe to use from any thread; a hand-made client is as safe as its functions.
+struct UserSettingsClient {
+  using Bytes = std::vector<std::uint8_t>;
+
+  std::function<std::optional<Bytes>(const std::string& key)> data;
+  std::function<void(std::optional<Bytes> value, const std::string& key)> setData;
+
+  /// Over the application's standard defaults (`foundation::UserDefaults::standard()`),
+  /// the file store that survives restarts and crashes.
+  static UserSettingsClient live();
+  /// Over fresh storage of its own that lives as long as a copy of the client.
+  static UserSettingsClient inMemory();
+  /// Over the bytes values of the given defaults.
+  static UserSettingsClient over(std::shared_ptr<foundation::UserDefaults> defaults);
+};
+
+}  // namespace velquist::usersettings
