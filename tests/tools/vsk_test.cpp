@@ -131,6 +131,13 @@ TEST(Vsk, BadInputGivesOneLineAndExitCodeTwo) {
        "paywall.json: products[0].price: Expected to decode Decimal but found a string"},
       {{"paywall", example("velquist_demo_paywall.json"), "--config", "/nonexistent/x.storekit"},
        "/nonexistent/x.storekit: cannot be opened"},
+      {{"simulate", example("velquist_demo.storekit")}, "expected a .storekit file and a scenario file"},
+      {{"simulate", example("velquist_demo.storekit"), writeTemporary("typo.txt", "# ok\nbuy x\nbuyy x\n")},
+       "typo.txt:3: cannot read the step 'buyy x'"},
+      {{"simulate", example("velquist_demo.storekit"), writeTemporary("ad.txt", "advance P1H\n")},
+       "ad.txt:1: cannot read the step 'advance P1H'"},
+      {{"simulate", example("velquist_demo.storekit"), example("velquist_demo_scenario.txt"), "--mechanism", "bus"},
+       "unknown mechanism 'bus'"},
       {{"frobnicate"}, "unknown command 'frobnicate'"},
   };
   for (const auto& c : cases) {
@@ -223,6 +230,60 @@ TEST(Vsk, PaywallShowsEachProductWithItsRolesAndPrices) {
   EXPECT_EQ(text(*json.find("roles"), "best value"), "com.velquist.demo.pro.yearly");
   EXPECT_EQ(text(json, "variantID"), "yearly-first");
   EXPECT_EQ(json.find("filterPayUpFrontProduct")->boolValue(), false);
+}
+
+// The lines of `text` that start with `prefix`, in order.
+std::vector<std::string> linesStartingWith(const std::string& text, const std::string& prefix) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    if (line.starts_with(prefix)) lines.push_back(line);
+  }
+  return lines;
+}
+
+TEST(Vsk, SimulatePlaysAScenarioThroughEitherMechanism) {
+  const auto storekit = example("velquist_demo.storekit");
+  const RunResult listener = runVsk({"simulate", storekit, example("velquist_demo_scenario.txt")});
+  ASSERT_EQ(listener.exitCode, 0) << listener.err;
+  // How the listener-based queue classified each purchase, in order.
+  EXPECT_EQ(linesStartingWith(listener.out, "  log info: handle transaction:"),
+            (std::vector<std::string>{"  log info: handle transaction: first purchase",    // coins
+                                      "  log info: handle transaction: start trial",       // the free week
+                                      "  log info: handle transaction: first purchase",    // its first paid year
+                                      "  log info: handle transaction: skip, reason: renewal"}));
+  EXPECT_NE(listener.out.find("> renew com.velquist.demo.pro.yearly\n  log info: transactions updated, count 1\n"
+                              "  store: com.velquist.demo.pro.yearly purchased #4 of #2\n"),
+            std::string::npos)
+      << listener.out;
+  EXPECT_NE(listener.out.find("  listener: (nothing)\n"), std::string::npos);
+  EXPECT_NE(listener.out.find("  listener: com.velquist.demo.pro.yearly restored #6 of #2\n"), std::string::npos);
+
+  // The stream keeps its set through the settings client; a second run in the same state
+  // folder gets the unfinished purchase again and knows its renewal.
+  const auto state = std::filesystem::temp_directory_path() / ("vsk_test_state_" + std::to_string(::getpid()));
+  std::filesystem::remove_all(state);
+  const auto first = runVsk({"simulate", storekit, writeTemporary("one.txt", "buy com.velquist.demo.pro.monthly\n"),
+                             "--state", state.string(), "--mechanism", "stream"});
+  ASSERT_EQ(first.exitCode, 0) << first.err;
+  EXPECT_EQ(linesStartingWith(first.out, "  log info: filter"),
+            std::vector<std::string>{"  log info: filter transaction: 1st purchase"});
+  const auto second = runVsk({"simulate", storekit, writeTemporary("two.txt", "advance P1M\nfinish all\n"), "--state",
+                              state.string(), "--mechanism", "stream"});
+  ASSERT_EQ(second.exitCode, 0) << second.err;
+  EXPECT_TRUE(second.out.starts_with("> (transactions an earlier run left unfinished)\n"
+                                     "  store: com.velquist.demo.pro.monthly purchased #1\n"))
+      << second.out;
+  EXPECT_NE(second.out.find("  store: com.velquist.demo.pro.monthly purchased #2 of #1\n"
+                            "  log info: fetch products success\n  log info: filter transaction…\n  stream: (nothing)\n"),
+            std::string::npos)
+      << second.out;
+  std::filesystem::remove_all(state);
+
+  // A step the store cannot take stops the run.
+  const auto stuck = runVsk({"simulate", storekit, writeTemporary("stuck.txt", "buy com.velquist.demo.coins100\napprove\n")});
+  EXPECT_EQ(stuck.exitCode, 1);
+  EXPECT_NE(stuck.err.find("stuck.txt:2: no purchase waits for approval"), std::string::npos) << stuck.err;
 }
 
 TEST(Vsk, HelpListsEveryCommand) {

@@ -38,6 +38,7 @@ Command priceCommand();
 Command discountCommand();
 Command productsCommand();
 Command paywallCommand();
+Command simulateCommand();
 
 /// Arguments split into positional ones, `--name value` options and bare `--name` flags.
 struct ParsedArguments {

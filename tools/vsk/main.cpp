@@ -10,7 +10,10 @@
 namespace velquist::vsk {
 namespace {
 
-std::vector<Command> allCommands() { return {periodCommand(), priceCommand(), discountCommand(), decodeCommand(), productsCommand(), paywallCommand()}; }
+std::vector<Command> allCommands() {
+  return {periodCommand(),   priceCommand(),   discountCommand(), decodeCommand(),
+          productsCommand(), paywallCommand(), simulateCommand()};
+}
 
 void printHelp(std::ostream& out) {
   out << "vsk - the VelquistStoreKit command-line tool\n"

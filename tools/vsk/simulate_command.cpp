@@ -1,0 +1,374 @@
+#include <stdlib.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <fstream>
+#include <mutex>
+#include <ostream>
+#include <sstream>
+#include <thread>
+
+#include "command.h"
+#include "velquist/logging/logger.h"
+#include "velquist/platform/sk_payment_queue.h"
+#include "velquist/sandbox/sandbox_store.h"
+#include "velquist/storekit/product/iso8601_period.h"
+#include "velquist/storekit/transactions/payment_queue.h"
+#include "velquist/storekit/transactions/transaction_queue.h"
+#include "velquist/usersettings/user_settings_client.h"
+
+namespace velquist::vsk {
+namespace {
+
+using namespace std::chrono_literals;
+using platform::SKPaymentQueue;
+using platform::SKPaymentTransaction;
+using platform::SKPaymentTransactionState;
+
+constexpr auto kCatchUpTimeout = std::chrono::seconds(5);
+
+std::string_view stateName(SKPaymentTransactionState state) {
+  switch (state) {
+    case SKPaymentTransactionState::purchasing: return "purchasing";
+    case SKPaymentTransactionState::purchased: return "purchased";
+    case SKPaymentTransactionState::failed: return "failed";
+    case SKPaymentTransactionState::restored: return "restored";
+    case SKPaymentTransactionState::deferred: return "deferred";
+  }
+  return "unknown";
+}
+
+// "com.example.pro purchased #3 of #1"
+std::string describe(const SKPaymentTransaction& transaction) {
+  const auto progress = transaction.progress();
+  std::string text = transaction.payment().productIdentifier + " " + std::string(stateName(progress.state));
+  if (progress.transactionIdentifier) text += " #" + *progress.transactionIdentifier;
+  if (const auto& original = transaction.originalTransaction()) {
+    text += " of #" + original->transactionIdentifier().value_or("?");
+  }
+  if (progress.error) text += " (" + std::string(progress.error->what()) + ")";
+  return text;
+}
+
+// What a step printed, gathered in order from the threads that report it.
+class Output {
+ public:
+  void add(std::string line) {
+    std::lock_guard lock(mutex_);
+    lines_.push_back(std::move(line));
+  }
+  bool empty() {
+    std::lock_guard lock(mutex_);
+    return lines_.empty();
+  }
+  void flush(std::ostream& out) {
+    std::lock_guard lock(mutex_);
+    for (const auto& line : lines_) out << line << "\n";
+    lines_.clear();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::string> lines_;
+};
+
+// Counts the batches the store reported and the mechanism handed on, so that the store
+// can wait for the mechanism after each report.
+class Progress {
+ public:
+  void storeReported() { bump(storeBatches_); }
+  void mechanismDelivered() { bump(delivered_); }
+  /// False when the mechanism has not caught up within the time allowed (it drops a batch
+  /// whose products request failed, for one).
+  bool waitUntilCaughtUp(std::chrono::seconds timeout = kCatchUpTimeout) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, timeout, [&] { return delivered_ >= storeBatches_; });
+  }
+
+ private:
+  void bump(std::size_t& counter) {
+    std::lock_guard lock(mutex_);
+    ++counter;
+    changed_.notify_all();
+  }
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::size_t storeBatches_ = 0;
+  std::size_t delivered_ = 0;
+};
+
+// Watches the payment queue as the app would: prints each store report and keeps every
+// transaction, for `finish all`. Registered after the mechanism, it then holds the store's
+// report queue until the mechanism has handed the batch on: the store stands still meanwhile,
+// so the mechanism sees each transaction in the state it was reported in, and the output
+// reads batch by batch.
+class StoreWatcher final : public platform::SKPaymentTransactionObserver {
+ public:
+  StoreWatcher(Output& output, Progress& progress) : output_(output), progress_(progress) {}
+  void updatedTransactions(SKPaymentQueue&, const SKPaymentQueue::Transactions& transactions) override {
+    {
+      std::lock_guard lock(mutex_);
+      seen_.insert(seen_.end(), transactions.begin(), transactions.end());
+    }
+    for (const auto& transaction : transactions) output_.add("  store: " + describe(*transaction));
+    progress_.storeReported();
+    if (!progress_.waitUntilCaughtUp()) output_.add("  (the mechanism handed nothing on for this batch)");
+  }
+  void removedTransactions(SKPaymentQueue&, const SKPaymentQueue::Transactions& transactions) override {
+    for (const auto& transaction : transactions) output_.add("  finished: " + describe(*transaction));
+  }
+  void restoreCompletedTransactionsFinished(SKPaymentQueue&) override { output_.add("  store: restore finished"); }
+  void restoreCompletedTransactionsFailed(SKPaymentQueue&, const platform::SKError& error) override {
+    output_.add(std::string("  store: restore failed (") + error.what() + ")");
+  }
+  SKPaymentQueue::Transactions seen() {
+    std::lock_guard lock(mutex_);
+    return seen_;
+  }
+
+ private:
+  Output& output_;
+  Progress& progress_;
+  std::mutex mutex_;
+  SKPaymentQueue::Transactions seen_;
+};
+
+std::string describe(const std::vector<storekit::Transaction>& batch) {
+  if (batch.empty()) return "(nothing)";
+  std::string text;
+  for (const auto& record : batch) {
+    if (!text.empty()) text += ", ";
+    text += describe(*record.transaction);
+    if (record.isStartTrial) text += " [start trial]";
+  }
+  return text;
+}
+
+class PrintingListener final : public storekit::TransactionQueueListener {
+ public:
+  PrintingListener(Output& output, Progress& progress) : output_(output), progress_(progress) {}
+  void updated(const std::vector<storekit::Transaction>& transactions) override {
+    output_.add("  listener: " + describe(transactions));
+    progress_.mechanismDelivered();
+  }
+
+ private:
+  Output& output_;
+  Progress& progress_;
+};
+
+// A mistake in the scenario file, named by file and line; the run stops before it starts.
+[[noreturn]] void scenarioError(const std::string& file, std::size_t line, const std::string& reason) {
+  throw UsageError(file + ":" + std::to_string(line) + ": " + reason);
+}
+
+struct Step {
+  std::size_t line = 0;
+  std::vector<std::string> words;
+
+  const std::string& verb() const { return words.front(); }
+};
+
+std::optional<sandbox::Period> durationNamed(const std::string& text) {
+  const auto period = storekit::parseISO8601Period(text);
+  if (!period || period->value <= 0 || period->value > 1000) return std::nullopt;
+  using Unit = sandbox::Period::Unit;
+  constexpr Unit units[] = {Unit::day, Unit::week, Unit::month, Unit::year};
+  return sandbox::Period{
+      .iso8601 = text, .unit = units[static_cast<int>(period->unit)], .count = static_cast<std::int32_t>(period->value)};
+}
+
+// Whether a step is well formed: a known verb with the arguments it takes.
+bool isWellFormed(const Step& step) {
+  const auto& w = step.words;
+  const std::string& verb = step.verb();
+  if (verb == "buy") return w.size() == 2 || (w.size() == 4 && w[2] == "offer");
+  if (verb == "renew") return w.size() == 2;
+  if (verb == "advance") return w.size() == 2 && durationNamed(w[1]);
+  if (verb == "fail" || verb == "ask-to-buy") return w.size() == 2 && (w[1] == "on" || w[1] == "off");
+  if (verb == "approve" || verb == "decline" || verb == "restore") return w.size() == 1;
+  if (verb == "finish") return w.size() == 2 && w[1] == "all";
+  return false;
+}
+
+// The steps of a scenario file: one per line, words split at blanks, '#' starting a comment.
+// Every step is checked before any is played.
+std::vector<Step> readScenario(const std::string& file) {
+  std::istringstream text(readFile(file));
+  std::vector<Step> steps;
+  std::size_t number = 0;
+  for (std::string line; std::getline(text, line);) {
+    ++number;
+    std::istringstream words(line.substr(0, line.find('#')));
+    Step step{.line = number};
+    for (std::string word; words >> word;) step.words.push_back(word);
+    if (step.words.empty()) continue;
+    if (!isWellFormed(step)) scenarioError(file, number, "cannot read the step '" + line + "' (see vsk simulate --help)");
+    steps.push_back(std::move(step));
+  }
+  return steps;
+}
+
+// Plays one well-formed step. Throws std::invalid_argument when the store cannot do it now
+// (nothing to approve, no active subscription to renew).
+void play(const Step& step, sandbox::SandboxStore& store, StoreWatcher& watcher) {
+  const auto& w = step.words;
+  const std::string& verb = step.verb();
+  SKPaymentQueue& queue = SKPaymentQueue::defaultQueue();
+  if (verb == "buy") {
+    platform::SKPayment payment{.productIdentifier = w[1]};
+    // The sandbox checks that a promotional offer is signed, not by whom.
+    if (w.size() == 4) {
+      payment.paymentDiscount =
+          platform::SKPaymentDiscount{.identifier = w[3], .keyIdentifier = "vsk", .nonce = "vsk", .signature = "vsk"};
+    }
+    queue.add(payment);
+  } else if (verb == "renew") {
+    store.forceRenewal(w[1]);
+  } else if (verb == "advance") {
+    store.advanceClock(*durationNamed(w[1]));
+  } else if (verb == "fail") {
+    store.setFailTransactionsEnabled(w[1] == "on");
+  } else if (verb == "ask-to-buy") {
+    store.setAskToBuyEnabled(w[1] == "on");
+  } else if (verb == "approve" || verb == "decline") {
+    const auto deferred = store.deferredTransactions();
+    if (deferred.empty()) throw std::invalid_argument("no purchase waits for approval");
+    if (verb == "approve") {
+      store.approveAskToBuyTransaction(deferred.front().identifier);
+    } else {
+      store.declineAskToBuyTransaction(deferred.front().identifier);
+    }
+  } else if (verb == "restore") {
+    queue.restoreCompletedTransactions();
+  } else if (verb == "finish") {
+    for (const auto& transaction : watcher.seen()) queue.finishTransaction(transaction);
+  }
+}
+
+}  // namespace
+
+Command simulateCommand() {
+  return {
+      .name = "simulate",
+      .usage = "simulate <file.storekit> <scenario> [--state <dir>] [--mechanism listener|stream] [--verbose]",
+      .summary = "plays a purchase scenario through the sandbox store and a transaction mechanism",
+      .details = "Opens the sandbox store over the catalogue and follows its transactions with the\n"
+                 "listener-based transaction queue (--mechanism listener, the default) or the\n"
+                 "stream-based payment queue (stream), then plays the scenario one step at a time. For\n"
+                 "each step it prints what the store reported, the mechanism's log lines (how each\n"
+                 "transaction was classified) and what the listener or stream received.\n"
+                 "\n"
+                 "Scenario steps, one per line ('#' starts a comment):\n"
+                 "  buy <product>                     buy a product\n"
+                 "  buy <product> offer <offer id>    buy with a promotional offer\n"
+                 "  renew <product>                   renew an active subscription now\n"
+                 "  advance <ISO-8601 duration>       move the store's clock on (P3D, P1W, P1M, P1Y)\n"
+                 "  fail on|off                       fail every payment, or stop doing so\n"
+                 "  ask-to-buy on|off                 defer every payment for approval\n"
+                 "  approve | decline                 answer the oldest purchase waiting for approval\n"
+                 "  restore                           restore completed transactions\n"
+                 "  finish all                        finish every transaction seen so far\n"
+                 "\n"
+                 "Log lines that carry a dump of the record are cut to their first line unless --verbose.\n"
+                 "--state keeps the store's ledger and the remembered first purchases in a folder, so\n"
+                 "a second run with the same folder goes on where the first stopped (default: a\n"
+                 "folder of the run's own, removed afterwards).\n",
+      .run = [](std::span<const std::string> arguments, std::ostream& out, std::ostream& err) -> int {
+        return reportingUsageErrors("simulate", err, [&] {
+          const ParsedArguments parsed = parseArguments(arguments, {"state", "mechanism"}, {"verbose"});
+          if (parsed.positional.size() != 2) throw UsageError("expected a .storekit file and a scenario file");
+          const std::string mechanism = parsed.option("mechanism").value_or("listener");
+          if (mechanism != "listener" && mechanism != "stream") {
+            throw UsageError("unknown mechanism '" + mechanism + "' (listener or stream)");
+          }
+          const std::string& scenarioFile = parsed.positional[1];
+          const std::vector<Step> steps = readScenario(scenarioFile);
+
+          // Everything the run keeps lives in the state folder: the store's ledger and the
+          // standard user defaults where the remembered first purchases go.
+          std::optional<ScratchFolder> scratch;
+          if (!parsed.option("state")) scratch.emplace("simulate");
+          const std::filesystem::path state = parsed.option("state").value_or(scratch ? scratch->path().string() : "");
+          ::setenv("VELQUIST_HOME", state.c_str(), 1);
+
+          std::shared_ptr<sandbox::SandboxStore> store;
+          try {
+            store = sandbox::SandboxStore::open(parsed.positional[0],
+                                                {.stateDirectory = state / "sandbox", .publishesReceipt = false});
+          } catch (const sandbox::StoreKitConfigurationError& error) {
+            err << "vsk simulate: " << error.what() << "\n";
+            return static_cast<int>(badInput);
+          }
+
+          Output output;
+          Progress progress;
+          const bool verbose = parsed.flag("verbose");
+          logging::setLogSink([&output, verbose](const logging::LogEntry& entry) {
+            std::string message = entry.message;
+            if (!verbose && message.find('\n') != std::string::npos) {
+              message = message.substr(0, message.find('\n')) + "…";  // the dump that follows, left out
+            }
+            for (std::size_t at = 0; (at = message.find('\n', at)) != std::string::npos; at += 5) {
+              message.replace(at, 1, "\n    ");
+            }
+            output.add("  log " + std::string(logging::name(entry.level)) + ": " + message);
+          });
+          auto listener = std::make_shared<PrintingListener>(output, progress);
+          std::jthread streamReader;
+          if (mechanism == "listener") {
+            storekit::TransactionQueue::live()->add(listener);
+          } else {
+            auto updates = storekit::PaymentQueue(usersettings::UserSettingsClient::live()).updates();
+            streamReader = std::jthread([&output, &progress, updates = std::move(updates)](std::stop_token stop) mutable {
+              while (auto batch = updates.next(stop)) {
+                output.add("  stream: " + describe(*batch));
+                progress.mechanismDelivered();
+              }
+            });
+          }
+
+          auto watcher = std::make_shared<StoreWatcher>(output, progress);
+          SKPaymentQueue::defaultQueue().addTransactionObserver(watcher);
+
+          // The store becomes the default only now, with every observer in place, and hears
+          // that they are: transactions an earlier run left unfinished go to all of them.
+          platform::setDefaultStoreBackend(store);
+          store->transactionObserverAdded();
+
+          auto settle = [&] {
+            store->waitUntilIdle();
+            progress.waitUntilCaughtUp();
+            output.flush(out);
+          };
+          store->waitUntilIdle();
+          progress.waitUntilCaughtUp();
+          if (!output.empty()) out << "> (transactions an earlier run left unfinished)\n";
+          output.flush(out);
+
+          int result = success;
+          for (const Step& step : steps) {
+            out << ">";
+            for (const auto& word : step.words) out << " " << word;
+            out << "\n";
+            try {
+              play(step, *store, *watcher);
+            } catch (const std::invalid_argument& error) {
+              err << "vsk simulate: " << scenarioFile << ":" << step.line << ": " << error.what() << "\n";
+              result = failure;
+              break;
+            }
+            settle();
+          }
+
+          if (mechanism == "listener") storekit::TransactionQueue::live()->remove(listener);
+          SKPaymentQueue::defaultQueue().removeTransactionObserver(watcher);
+          logging::setLogSink(nullptr);
+          platform::setDefaultStoreBackend(nullptr);
+          return result;
+        });
+      },
+  };
+}
+
+}  // namespace velquist::vsk
