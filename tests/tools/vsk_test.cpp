@@ -252,8 +252,9 @@ TEST(Vsk, SimulatePlaysAScenarioThroughEitherMechanism) {
                                       "  log info: handle transaction: start trial",       // the free week
                                       "  log info: handle transaction: first purchase",    // its first paid year
                                       "  log info: handle transaction: skip, reason: renewal"}));
-  EXPECT_NE(listener.out.find("> renew com.velquist.demo.pro.yearly\n  log info: transactions updated, count 1\n"
-                              "  store: com.velquist.demo.pro.yearly purchased #4 of #2\n"),
+  EXPECT_NE(listener.out.find("> renew com.velquist.demo.pro.yearly\n"
+                              "  store: com.velquist.demo.pro.yearly purchased #4 of #2\n"
+                              "  log info: transactions updated, count 1\n"),
             std::string::npos)
       << listener.out;
   EXPECT_NE(listener.out.find("  listener: (nothing)\n"), std::string::npos);

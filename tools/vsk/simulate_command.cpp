@@ -98,10 +98,7 @@ class Progress {
 };
 
 // Watches the payment queue as the app would: prints each store report and keeps every
-// transaction, for `finish all`. Registered after the mechanism, it then holds the store's
-// report queue until the mechanism has handed the batch on: the store stands still meanwhile,
-// so the mechanism sees each transaction in the state it was reported in, and the output
-// reads batch by batch.
+// transaction, for `finish all`. Registered before the mechanism.
 class StoreWatcher final : public platform::SKPaymentTransactionObserver {
  public:
   StoreWatcher(Output& output, Progress& progress) : output_(output), progress_(progress) {}
@@ -112,7 +109,6 @@ class StoreWatcher final : public platform::SKPaymentTransactionObserver {
     }
     for (const auto& transaction : transactions) output_.add("  store: " + describe(*transaction));
     progress_.storeReported();
-    if (!progress_.waitUntilCaughtUp()) output_.add("  (the mechanism handed nothing on for this batch)");
   }
   void removedTransactions(SKPaymentQueue&, const SKPaymentQueue::Transactions& transactions) override {
     for (const auto& transaction : transactions) output_.add("  finished: " + describe(*transaction));
@@ -131,6 +127,21 @@ class StoreWatcher final : public platform::SKPaymentTransactionObserver {
   Progress& progress_;
   std::mutex mutex_;
   SKPaymentQueue::Transactions seen_;
+};
+
+// Registered after the mechanism, it holds the store's report queue until the mechanism has
+// handed the batch on: the store stands still meanwhile, so the mechanism sees each
+// transaction in the state it was reported in, and the output reads batch by batch.
+class Gate final : public platform::SKPaymentTransactionObserver {
+ public:
+  Gate(Output& output, Progress& progress) : output_(output), progress_(progress) {}
+  void updatedTransactions(SKPaymentQueue&, const SKPaymentQueue::Transactions&) override {
+    if (!progress_.waitUntilCaughtUp()) output_.add("  (the mechanism handed nothing on for this batch)");
+  }
+
+ private:
+  Output& output_;
+  Progress& progress_;
 };
 
 std::string describe(const std::vector<storekit::Transaction>& batch) {
@@ -314,6 +325,8 @@ Command simulateCommand() {
             }
             output.add("  log " + std::string(logging::name(entry.level)) + ": " + message);
           });
+          auto watcher = std::make_shared<StoreWatcher>(output, progress);
+          SKPaymentQueue::defaultQueue().addTransactionObserver(watcher);
           auto listener = std::make_shared<PrintingListener>(output, progress);
           std::jthread streamReader;
           if (mechanism == "listener") {
@@ -328,8 +341,8 @@ Command simulateCommand() {
             });
           }
 
-          auto watcher = std::make_shared<StoreWatcher>(output, progress);
-          SKPaymentQueue::defaultQueue().addTransactionObserver(watcher);
+          auto gate = std::make_shared<Gate>(output, progress);
+          SKPaymentQueue::defaultQueue().addTransactionObserver(gate);
 
           // The store becomes the default only now, with every observer in place, and hears
           // that they are: transactions an earlier run left unfinished go to all of them.
@@ -362,6 +375,7 @@ Command simulateCommand() {
           }
 
           if (mechanism == "listener") storekit::TransactionQueue::live()->remove(listener);
+          SKPaymentQueue::defaultQueue().removeTransactionObserver(gate);
           SKPaymentQueue::defaultQueue().removeTransactionObserver(watcher);
           logging::setLogSink(nullptr);
           platform::setDefaultStoreBackend(nullptr);
