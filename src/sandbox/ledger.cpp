@@ -182,9 +182,6 @@ std::optional<Ledger> readLedger(const std::filesystem::path& path) {
   if (nextIdentifier < 1) next.fail("must be at least 1");
   ledger.nextIdentifier = static_cast<std::uint64_t>(nextIdentifier);
   for (const Reader& entry : root.member("transactions").elements()) ledger.entries.push_back(readEntry(entry));
-  for (const Reader& original : root.member("stoppedSubscriptions").elements()) {
-    ledger.stoppedSubscriptions.insert(original.text());
-  }
   return ledger;
 }
 
@@ -192,14 +189,11 @@ void writeLedger(const std::filesystem::path& path, const Ledger& ledger) {
   JsonValue::Array entries;
   entries.reserve(ledger.entries.size());
   for (const LedgerEntry& entry : ledger.entries) entries.push_back(entryJson(entry));
-  JsonValue::Array stopped;
-  for (const std::string& original : ledger.stoppedSubscriptions) stopped.emplace_back(original);
   JsonValue json = ObjectBuilder()
                        .add("format", kFormat)
                        .add("clock", millisecondsOf(ledger.clock))
                        .add("nextIdentifier", static_cast<std::int64_t>(ledger.nextIdentifier))
                        .add("transactions", JsonValue(std::move(entries)))
-                       .add("stoppedSubscriptions", JsonValue(std::move(stopped)))
                        .build();
   foundation::writeFileAtomically(path, foundation::toJsonText(json, {.prettyPrinted = true}));
 }

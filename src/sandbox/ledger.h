@@ -1,13 +1,11 @@
 #pragma once
 
-// The sandbox store's memory across launches: the clock, the transactions and which
-// subscriptions stopped renewing, kept as JSON in `ledger.json`, and the receipt the store
-// hands to the app, `receipt.json`.
+// The sandbox store's memory across launches: the clock and the transactions, kept as JSON
+// in `ledger.json`, and the receipt the store hands to the app, `receipt.json`.
 
 #include <cstdint>
 #include <filesystem>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -23,9 +21,6 @@ struct Ledger {
   /// The number the next transaction identifier gets.
   std::uint64_t nextIdentifier = 1;
   std::vector<LedgerEntry> entries;
-  /// First purchases of subscriptions that no longer renew (replaced by another
-  /// subscription of their group).
-  std::set<std::string> stoppedSubscriptions;
 
   friend bool operator==(const Ledger&, const Ledger&) = default;
 };

@@ -323,6 +323,23 @@ class SandboxStore::State {
     return chains;
   }
 
+  // The first purchase a new purchase of `productID` continues, if any: a non-consumable
+  // bought again hands back its first purchase, and a subscription continues its group's
+  // subscription (a customer holds one per group, under one original transaction, through
+  // upgrades, downgrades and returns).
+  std::optional<std::string> originalFor(std::string_view productID) const VELQUIST_REQUIRES(mutex) {
+    const auto found = detail::findEntry(configuration, productID);
+    if (!found || (found->product->type != ProductType::nonConsumable && !found->subscription)) return std::nullopt;
+    for (const LedgerEntry& earlier : ledger_.entries) {
+      if (earlier.state != TransactionState::purchased) continue;
+      const auto bought = detail::findEntry(configuration, earlier.productIdentifier);
+      const bool continues = found->subscription ? bought && bought->group == found->group
+                                                 : earlier.productIdentifier == productID;
+      if (continues) return earlier.originalIdentifier.value_or(earlier.identifier);
+    }
+    return std::nullopt;
+  }
+
   // Completes a purchase: fills in what it bought, or why it failed.
   void complete(LedgerEntry& entry, const std::optional<platform::SKPaymentDiscount>& discount) VELQUIST_REQUIRES(mutex) {
     auto fail = [&](SKError::Code code) {
@@ -334,17 +351,6 @@ class SandboxStore::State {
     if (entry.quantity < 1) return fail(SKError::Code::paymentInvalid);
     entry.purchaseDate = now();
     entry.state = TransactionState::purchased;
-    if (found->product->type == ProductType::nonConsumable) {
-      // Buying it again hands back the first purchase.
-      for (const LedgerEntry& earlier : ledger_.entries) {
-        if (&earlier != &entry && earlier.productIdentifier == entry.productIdentifier &&
-            earlier.state == TransactionState::purchased && !earlier.originalIdentifier) {
-          entry.originalIdentifier = earlier.identifier;
-          break;
-        }
-      }
-      return;
-    }
     if (!found->subscription) return;
     const Subscription& subscription = *found->subscription;
     Term term{.period = subscription.recurringSubscriptionPeriod};
@@ -358,14 +364,6 @@ class SandboxStore::State {
       term = offerTerm(*offer, LedgerEntry::OfferKind::promotional, offer->offerID);
     } else if (subscription.introductoryOffer && isEligibleForIntroductoryOffer(*found->group, entry)) {
       term = offerTerm(*subscription.introductoryOffer, LedgerEntry::OfferKind::introductory, std::nullopt);
-    }
-    // The group's active subscription stops renewing: this one takes its place.
-    for (const auto& [original, index] : latestOfChains()) {
-      const LedgerEntry& active = ledger_.entries[index];
-      const auto activeEntry = detail::findEntry(configuration, active.productIdentifier);
-      if (&active != &entry && activeEntry && activeEntry->group == found->group && *active.expiresDate > entry.purchaseDate) {
-        ledger_.stoppedSubscriptions.insert(original);
-      }
     }
     apply(entry, term);
   }
@@ -383,7 +381,6 @@ class SandboxStore::State {
     const Date current = now();
     std::vector<std::vector<std::string>> batches;
     for (const auto& [original, latestIndex] : latestOfChains()) {
-      if (ledger_.stoppedSubscriptions.contains(original)) continue;
       std::size_t index = latestIndex;
       std::vector<std::string> renewed;
       while (*ledger_.entries[index].expiresDate <= current) {
@@ -426,7 +423,6 @@ class SandboxStore::State {
     while (!stop.stop_requested()) {
       std::optional<Date> next;
       for (const auto& [original, index] : latestOfChains()) {
-        if (ledger_.stoppedSubscriptions.contains(original)) continue;
         const Date expires = *ledger_.entries[index].expiresDate;
         if (!next || expires < *next) next = expires;
       }
@@ -536,13 +532,17 @@ void SandboxStore::cancelProductsRequest(std::uint64_t requestID) {
 void SandboxStore::addPayment(const SKPayment& payment) {
   State& state = *state_;
   support::LockGuard lock(state.mutex);
-  LedgerEntry& entry = state.record(LedgerEntry{.productIdentifier = payment.productIdentifier,
+  const std::optional<std::string> original = state.originalFor(payment.productIdentifier);
+  LedgerEntry& entry = state.record(LedgerEntry{.originalIdentifier = original,
+                                                .productIdentifier = payment.productIdentifier,
                                                 .quantity = payment.quantity,
                                                 .applicationUsername = payment.applicationUsername,
                                                 .purchaseDate = state.now()});
   const std::string identifier = entry.identifier;
   // The app's object keeps the payment as given, discount included.
-  auto transaction = std::make_shared<SKPaymentTransaction>(payment);
+  auto transaction = std::make_shared<SKPaymentTransaction>(
+      payment, SKPaymentTransaction::Progress{},
+      original ? state.transactionFor(*state.entryNamed(*original)) : nullptr);
   state.objects_.emplace(identifier, transaction);
   state.identifiers_.emplace(transaction.get(), identifier);
   state.report({&entry});  // purchasing
@@ -761,7 +761,7 @@ void SandboxStore::forceRenewal(std::string_view productIdentifier) {
   support::LockGuard lock(state.mutex);
   for (const auto& [original, index] : state.latestOfChains()) {
     const LedgerEntry& latest = state.ledger_.entries[index];
-    if (latest.productIdentifier != productIdentifier || state.ledger_.stoppedSubscriptions.contains(original)) continue;
+    if (latest.productIdentifier != productIdentifier) continue;
     if (*latest.expiresDate <= state.now()) continue;  // lapsed: renewed by the clock, not here
     // The current period ends now, and the next begins.
     state.ledger_.entries[index].expiresDate = state.now();
@@ -781,7 +781,6 @@ void SandboxStore::clearTransactions() {
   State& state = *state_;
   support::LockGuard lock(state.mutex);
   state.ledger_.entries.clear();
-  state.ledger_.stoppedSubscriptions.clear();
   state.objects_.clear();
   state.identifiers_.clear();
   state.saveOrLog();

@@ -454,16 +454,20 @@ TEST_F(SandboxStoreTest, IntroductoryOffersOncePerGroupAndPromotionalOffersById)
   EXPECT_EQ(offers("pro.monthly"), (Lines{"intro 1", "intro 2", "intro 3", "full"}));
   settle();
 
-  // Another subscription of the group: no introductory offer, and the monthly one stops.
-  buy("pro.weekly");
+  // Another subscription of the group continues the group's subscription under its first
+  // purchase, without an introductory offer, and the monthly one stops.
+  EXPECT_EQ(buy("pro.weekly").back(), "pro.weekly purchased #5 of #1");
   buy("cloud.quarterly");  // another group: it goes on
   store->advanceClock(std::chrono::days(30));
   EXPECT_EQ(offers("pro.weekly"), (Lines{"full", "full", "full", "full", "full"}));
   EXPECT_EQ(offers("pro.monthly").size(), 4u);  // its fifth month would have begun meanwhile
 
-  buy("pro.monthly", signedOffer("loyalty.trial"));
+  EXPECT_EQ(buy("pro.monthly", signedOffer("loyalty.trial")).back(), "pro.monthly purchased #11 of #1");
   EXPECT_EQ(offers("pro.monthly").back(), "promo 1");
   EXPECT_EQ(store->transactions().back().offerIdentifier, "loyalty.trial");
+  // A non-consumable bought again hands back its first purchase.
+  buy("lifetime");
+  EXPECT_EQ(buy("lifetime").back(), "lifetime purchased #13 of #12");
 }
 
 TEST_F(SandboxStoreTest, RestoresAndFinishing) {
@@ -567,7 +571,7 @@ TEST_F(SandboxStoreTest, MonthsKeepTheirDayOrTakeTheLastOne) {
   // 30 November 2026, 10:00 UTC, in milliseconds.
   foundation::writeFileAtomically(
       folder / "ledger.json",
-      R"({"format":1,"clock":1796032800000,"nextIdentifier":1,"transactions":[],"stoppedSubscriptions":[]})");
+      R"({"format":1,"clock":1796032800000,"nextIdentifier":1,"transactions":[]})");
   open();
   buy("cloud.quarterly");
   buy("pro.weekly");
@@ -637,8 +641,11 @@ TEST_F(SandboxStoreTest, ConcurrentBuyersEachGetTheirOwnTransaction) {
   std::set<std::string> identifiers;
   int purchasing = 0;
   for (const auto& line : lines) {
-    if (line.ends_with("purchasing")) ++purchasing;
-    if (const auto hash = line.find('#'); hash != std::string::npos) identifiers.insert(line.substr(hash));
+    if (line.find(" purchasing") != std::string::npos) {
+      ++purchasing;
+    } else if (const auto hash = line.find('#'); hash != std::string::npos) {
+      identifiers.insert(line.substr(hash, line.find(' ', hash) - hash));  // its own, not its original's
+    }
   }
   EXPECT_EQ(purchasing, kThreads * kPurchases);
   EXPECT_EQ(identifiers.size(), store->transactions().size());  // every purchase and renewal, once each

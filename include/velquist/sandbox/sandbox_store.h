@@ -96,8 +96,10 @@ struct LedgerEntry {
 ///   a subscription group only; a promotional offer is chosen by the payment's discount
 ///   identifier (an unknown one fails with `invalidOfferIdentifier`). Subscriptions renew
 ///   on the store's clock; each renewal is a new purchased transaction whose original
-///   transaction is the first purchase. Buying another subscription of the same group
-///   replaces the active one.
+///   transaction is the first purchase. A customer holds one subscription per group:
+///   buying another one of the group (or the same one again) continues it under the same
+///   first purchase, from now on at the new product's terms. A non-consumable bought again
+///   is handed back the same way, with its first purchase as original.
 /// - Restoring reports a restored transaction for every non-consumable and every first
 ///   purchase of a subscription (the original being the purchase), then that it finished.
 /// - The ledger (transactions, clock, offers used) lives in `ledger.json` in the state
