@@ -1,12 +1,12 @@
-#include <stdlib.h>
-
 #include <chrono>
 #include <condition_variable>
-#include <fstream>
+#include <cstdlib>
 #include <mutex>
 #include <ostream>
 #include <sstream>
 #include <thread>
+#include <unordered_set>
+#include <variant>
 
 #include "command.h"
 #include "velquist/logging/logger.h"
@@ -95,6 +95,41 @@ class Progress {
   std::condition_variable changed_;
   std::size_t storeBatches_ = 0;
   std::size_t delivered_ = 0;
+};
+
+// The sandbox store as the mechanism sees it, with one addition: the listener-based queue
+// drops a batch whose products request failed without a word, so for it a failed answer
+// counts as the batch handed on.
+class WatchedStore final : public platform::StoreBackend {
+ public:
+  WatchedStore(std::shared_ptr<sandbox::SandboxStore> store, Progress& progress, bool failedAnswersEndBatches)
+      : store_(std::move(store)), progress_(progress), failedAnswersEndBatches_(failedAnswersEndBatches) {}
+
+  void startProductsRequest(std::uint64_t requestID, const std::unordered_set<std::string>& identifiers,
+                            ProductsCompletion completion) override {
+    store_->startProductsRequest(
+        requestID, identifiers,
+        [this, completion = std::move(completion)](std::variant<platform::SKProductsResponse, platform::SKError> answer) {
+          const bool failed = std::holds_alternative<platform::SKError>(answer);
+          completion(std::move(answer));
+          if (failed && failedAnswersEndBatches_) progress_.mechanismDelivered();
+        });
+  }
+  void cancelProductsRequest(std::uint64_t requestID) override { store_->cancelProductsRequest(requestID); }
+  void addPayment(const platform::SKPayment& payment) override { store_->addPayment(payment); }
+  void finishTransaction(const std::shared_ptr<SKPaymentTransaction>& transaction) override {
+    store_->finishTransaction(transaction);
+  }
+  void restoreCompletedTransactions(const std::optional<std::string>& username) override {
+    store_->restoreCompletedTransactions(username);
+  }
+  std::optional<platform::SKStorefront> storefront() const override { return store_->storefront(); }
+  void transactionObserverAdded() override { store_->transactionObserverAdded(); }
+
+ private:
+  const std::shared_ptr<sandbox::SandboxStore> store_;
+  Progress& progress_;
+  const bool failedAnswersEndBatches_;
 };
 
 // Watches the payment queue as the app would: prints each store report and keeps every
@@ -196,7 +231,7 @@ bool isWellFormed(const Step& step) {
   if (verb == "buy") return w.size() == 2 || (w.size() == 4 && w[2] == "offer");
   if (verb == "renew") return w.size() == 2;
   if (verb == "advance") return w.size() == 2 && durationNamed(w[1]);
-  if (verb == "fail" || verb == "ask-to-buy") return w.size() == 2 && (w[1] == "on" || w[1] == "off");
+  if (verb == "fail" || verb == "ask-to-buy" || verb == "load-fail") return w.size() == 2 && (w[1] == "on" || w[1] == "off");
   if (verb == "approve" || verb == "decline" || verb == "restore") return w.size() == 1;
   if (verb == "finish") return w.size() == 2 && w[1] == "all";
   return false;
@@ -242,6 +277,10 @@ void play(const Step& step, sandbox::SandboxStore& store, StoreWatcher& watcher)
     store.setFailTransactionsEnabled(w[1] == "on");
   } else if (verb == "ask-to-buy") {
     store.setAskToBuyEnabled(w[1] == "on");
+  } else if (verb == "load-fail") {
+    std::optional<platform::SKError> failure;
+    if (w[1] == "on") failure = platform::SKError(platform::SKError::Code::cloudServiceNetworkConnectionFailed, "offline");
+    store.setProductsRequestFailure(failure);
   } else if (verb == "approve" || verb == "decline") {
     const auto deferred = store.deferredTransactions();
     if (deferred.empty()) throw std::invalid_argument("no purchase waits for approval");
@@ -277,6 +316,7 @@ Command simulateCommand() {
                  "  advance <ISO-8601 duration>       move the store's clock on (P3D, P1W, P1M, P1Y)\n"
                  "  fail on|off                       fail every payment, or stop doing so\n"
                  "  ask-to-buy on|off                 defer every payment for approval\n"
+                 "  load-fail on|off                  fail every products request, or stop doing so\n"
                  "  approve | decline                 answer the oldest purchase waiting for approval\n"
                  "  restore                           restore completed transactions\n"
                  "  finish all                        finish every transaction seen so far\n"
@@ -346,8 +386,9 @@ Command simulateCommand() {
 
           // The store becomes the default only now, with every observer in place, and hears
           // that they are: transactions an earlier run left unfinished go to all of them.
-          platform::setDefaultStoreBackend(store);
-          store->transactionObserverAdded();
+          const auto watched = std::make_shared<WatchedStore>(store, progress, mechanism == "listener");
+          platform::setDefaultStoreBackend(watched);
+          watched->transactionObserverAdded();
 
           auto settle = [&] {
             store->waitUntilIdle();
