@@ -10,17 +10,13 @@ namespace {
 using Offer = Product::SubscriptionOffer;
 using Period = Product::SubscriptionPeriod;
 
-std::string displayPriceOrEmpty(const Decimal& price, const Locale& priceLocale) {
-  return displayPrice(price, priceLocale, FloatingPointRoundingRule::down).value_or("");
-}
-
 }  // namespace
 
 Product makeProduct(const adapty::AdaptyProduct& product) {
   const Decimal price = product.price();
   const Locale& priceLocale = product.skProduct().priceLocale;
   return Product(Product::ID(product.productIdentifier()), product.localizedTitle(), product.localizedDescription(),
-                 price, priceLocale, displayPriceOrEmpty(price, priceLocale), makeSubscriptionInfo(product));
+                 price, priceLocale, recordDisplayPrice(price, priceLocale), makeSubscriptionInfo(product));
 }
 
 std::optional<Product::SubscriptionInfo> makeSubscriptionInfo(const adapty::AdaptyProduct& product) {
@@ -55,7 +51,7 @@ std::optional<Offer> makeIntroductoryOffer(const adapty::AdaptyProductDiscount& 
   offer.type = Offer::OfferType::introductory;  // whatever the discount is, it is offered as the introductory one
   offer.price = discount.price;
   offer.priceLocale = product.skProduct().priceLocale;  // the discount has no locale of its own
-  offer.displayPrice = displayPriceOrEmpty(offer.price, offer.priceLocale);
+  offer.displayPrice = recordDisplayPrice(offer.price, offer.priceLocale);
   offer.period = *period;
   offer.paymentMode = *paymentMode;
   return offer;

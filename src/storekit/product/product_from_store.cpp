@@ -8,15 +8,15 @@ namespace {
 using Offer = Product::SubscriptionOffer;
 using Period = Product::SubscriptionPeriod;
 
-std::string displayPriceOrEmpty(const Decimal& price, const Locale& priceLocale) {
+}  // namespace
+
+std::string recordDisplayPrice(const Decimal& price, const Locale& priceLocale) {
   return displayPrice(price, priceLocale, FloatingPointRoundingRule::down).value_or("");
 }
 
-}  // namespace
-
 Product makeProduct(const platform::SKProduct& product) {
   return Product(Product::ID(product.productIdentifier), product.localizedTitle, product.localizedDescription,
-                 product.price, product.priceLocale, displayPriceOrEmpty(product.price, product.priceLocale),
+                 product.price, product.priceLocale, recordDisplayPrice(product.price, product.priceLocale),
                  makeSubscriptionInfo(product));
 }
 
@@ -37,7 +37,7 @@ Offer makeSubscriptionOffer(const platform::SKProductDiscount& discount) {
   offer.type = makeOfferType(discount.type);
   offer.price = discount.price;
   offer.priceLocale = discount.priceLocale;
-  offer.displayPrice = displayPriceOrEmpty(offer.price, offer.priceLocale);
+  offer.displayPrice = recordDisplayPrice(offer.price, offer.priceLocale);
   offer.period = makeSubscriptionPeriod(discount.subscriptionPeriod);
   offer.paymentMode = makePaymentMode(discount.paymentMode);
   return offer;

@@ -197,10 +197,7 @@ class Observation final : public std::enable_shared_from_this<Observation> {
   void transform(const Transactions& batch, const std::vector<platform::SKProduct>& products) {
     std::vector<Transaction> kept;
     for (const auto& transaction : batch) {
-      const auto& productIdentifier = transaction->payment().productIdentifier;
-      const auto product = std::ranges::find_if(
-          products, [&](const platform::SKProduct& candidate) { return candidate.productIdentifier == productIdentifier; });
-      auto record = makeTransaction(product != products.end() ? &*product : nullptr, transaction);
+      auto record = makeTransaction(products, transaction);
       if (filter(record, userSettings_)) kept.push_back(std::move(record));
     }
     output_.yield(std::move(kept));  // dropped when the consumer has gone

@@ -33,6 +33,15 @@ Transaction makeTransaction(const SKProduct* product, std::shared_ptr<SKPaymentT
   return Transaction{.transaction = std::move(transaction), .product = makeProduct(*product), .isStartTrial = startsTrial};
 }
 
+Transaction makeTransaction(const std::vector<SKProduct>& products, std::shared_ptr<SKPaymentTransaction> transaction) {
+  const SKProduct* bought = nullptr;
+  if (transaction) {
+    const auto found = std::ranges::find(products, transaction->payment().productIdentifier, &SKProduct::productIdentifier);
+    if (found != products.end()) bought = &*found;
+  }
+  return makeTransaction(bought, std::move(transaction));
+}
+
 bool isStartTrial(const SKPaymentTransaction& transaction, const SKProduct& product) {
   if (const auto& applied = transaction.payment().paymentDiscount) {
     const bool freeTrialOffer = std::ranges::any_of(product.discounts, [&](const SKProductDiscount& discount) {

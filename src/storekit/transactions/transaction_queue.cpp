@@ -153,11 +153,7 @@ void TransactionQueue::handle(const Transactions& batch, const std::vector<platf
   log().info("handle transactions count %{public}@ and products count %{public}@", batch.size(), products.size());
   std::vector<Transaction> kept;
   for (const auto& transaction : batch) {
-    const auto& productIdentifier = transaction->payment().productIdentifier;
-    const auto product = std::ranges::find_if(
-        products, [&](const platform::SKProduct& candidate) { return candidate.productIdentifier == productIdentifier; });
-    auto record = makeTransaction(product != products.end() ? &*product : nullptr, transaction);
-    if (auto classified = handle(std::move(record))) kept.push_back(std::move(*classified));
+    if (auto classified = handle(makeTransaction(products, transaction))) kept.push_back(std::move(*classified));
   }
   for (const auto& listener : currentListeners()) listener->updated(kept);
 }

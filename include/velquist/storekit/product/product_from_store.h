@@ -25,6 +25,12 @@ namespace velquist::storekit {
 /// offer chosen.
 Product makeProduct(const platform::SKProduct& product);
 
+/// The display price a product or offer made from store records carries: the price in its
+/// locale, rounded down; empty when the locale cannot format it.
+///
+///     recordDisplayPrice(4.999, en_US@currency=USD)  ->  "$4.99"
+std::string recordDisplayPrice(const Decimal& price, const Locale& priceLocale);
+
 /// The subscription part of an auto-renewing product; nothing when the product has no
 /// subscription group (a non-renewing product) or no subscription period. The
 /// introductory offer keeps the type the store gave it, promotional offers keep the

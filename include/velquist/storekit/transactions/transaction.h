@@ -62,6 +62,10 @@ struct Transaction {
 /// one, no product and no trial. Never fails.
 Transaction makeTransaction(const platform::SKProduct* product,
                             std::shared_ptr<platform::SKPaymentTransaction> transaction);
+/// The same with the first of the fetched `products` whose identifier is the payment's
+/// product identifier, if any.
+Transaction makeTransaction(const std::vector<platform::SKProduct>& products,
+                            std::shared_ptr<platform::SKPaymentTransaction> transaction);
 
 /// Whether the transaction starts a free trial of `product`, by these rules in order:
 /// 1. a promotional offer applied to the payment whose identifier names one of the
