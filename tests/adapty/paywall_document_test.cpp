@@ -21,10 +21,8 @@ TEST(PaywallDocument, RemoteConfigurationIsKeptAsText) {
   const struct { std::string document; std::optional<std::string> expected; } cases[] = {
       {R"({"id": "main", "products": []})", std::nullopt},
       {with("null"), std::nullopt},
-      // An object is written compactly, numbers exactly as in the document.
       {with(R"({ "ios_selected_product_id" : "a", "n": 1.50, "o": {"x": [true]} })"),
        R"({"ios_selected_product_id":"a","n":1.50,"o":{"x":[true]}})"},
-      // A string is the configuration text itself, whatever it holds.
       {with(R"("{\"variant_id\": \"b\"}")"), R"({"variant_id": "b"})"},
       {with(R"("not json {")"), "not json {"},
       {with(R"("")"), ""},

@@ -50,7 +50,7 @@ TEST_F(PaywallLoader, OneRequestForTheNamedProductsInDocumentOrder) {
   EXPECT_EQ(products, (std::vector<std::pair<std::string, std::string>>{
                           {"pro.yearly", "Best deal"}, {"pro.weekly", "Pro Weekly"}, {"pro.yearly", "Pro Yearly"}}));
   EXPECT_EQ(loaded.products[1].skProduct(), weekly);
-  EXPECT_EQ(Paywall(loaded.paywall, loaded.products).productSelected()->displayName, "Best deal");
+  EXPECT_EQ(Paywall(loaded.paywall, loaded.products).productSelected().value().displayName, "Best deal");
 }
 
 TEST_F(PaywallLoader, ABadRemoteConfigurationStillLoads) {
