@@ -22,7 +22,7 @@ using enum Offer::PaymentMode;
 
 TEST(ProductFromAdapty, UnknownUnitsAndPaymentModesMapToNothing) {
   const std::vector<std::pair<std::int64_t, std::optional<Period::Unit>>> units = {
-      {0, day}, {1, week}, {2, month}, {3, year}, {4, std::nullopt}, {9, std::nullopt}, {-1, std::nullopt}};
+      {0, day}, {1, week}, {2, month}, {3, year}, {4, std::nullopt}, {-1, std::nullopt}};
   for (const auto& [value, unit] : units) {
     EXPECT_EQ(makeUnit(AdaptyPeriodUnit{value}), unit) << value;
     EXPECT_EQ(makeSubscriptionPeriod({AdaptyPeriodUnit{value}, 6}), unit ? std::optional(Period(*unit, 6)) : std::nullopt);
@@ -38,23 +38,16 @@ platform::SKProductDiscount storeDiscount(std::string id, std::int64_t mode, std
           .paymentMode = platform::SKProductDiscountPaymentMode{mode}, .type = platform::SKProductDiscountType{type}};
 }
 
-// A monthly subscription whose SDK view differs from its store product wherever the two can
-// differ, so each value shows where it was read from.
+// The SDK view differs from its store product wherever the two can, so each value shows its source.
 AdaptyPaywallProduct::Fields monthly() {
-  const platform::SKProduct store{
-      .productIdentifier = "pro.monthly.store",
-      .localizedTitle = "Store title",
-      .price = Decimal(999, -2),
-      .priceLocale = Locale("de_DE"),
-      .subscriptionPeriod = {{1, platform::SKProductPeriodUnit::year}},
-      .subscriptionGroupIdentifier = "store-group",
-      .introductoryPrice = storeDiscount("store-intro", 2, 0),
-      .discounts = {storeDiscount("winback", 7, 1), storeDiscount("loyalty", 0, 5)}};
   return {.productIdentifier = "pro.monthly",
-          .skProduct = store,
-          .localizedTitle = "Pro",
-          .localizedDescription = "Everything",
-          .price = Decimal(4999, -3),
+          .skProduct = {.productIdentifier = "pro.monthly.store", .localizedTitle = "Store title",
+                        .price = Decimal(999, -2), .priceLocale = Locale("de_DE"),
+                        .subscriptionPeriod = {{1, platform::SKProductPeriodUnit::year}},
+                        .subscriptionGroupIdentifier = "store-group",
+                        .introductoryPrice = storeDiscount("store-intro", 2, 0),
+                        .discounts = {storeDiscount("winback", 7, 1), storeDiscount("loyalty", 0, 5)}},
+          .localizedTitle = "Pro", .localizedDescription = "Everything", .price = Decimal(4999, -3),
           .subscriptionGroupIdentifier = "pro",
           .subscriptionPeriod = adapty::AdaptyProductSubscriptionPeriod{AdaptyPeriodUnit::month, 1},
           .introductoryDiscount = AdaptyProductDiscount{"intro", Decimal(199, -2), {AdaptyPeriodUnit::week, 2},
@@ -62,87 +55,51 @@ AdaptyPaywallProduct::Fields monthly() {
 }
 
 TEST(ProductFromAdapty, ProductReadsTheSdkValuesAndTheStoreLocaleAndOffers) {
-  const AdaptyPaywallProduct product(monthly());
   const Offer intro{.id = Offer::ID("intro"), .type = Offer::OfferType::introductory, .price = Decimal(199, -2),
                     .priceLocale = Locale("de_DE"), .displayPrice = "1,99\u00a0€", .period = Period::week(2),
                     .paymentMode = payAsYouGo};
-  // Promotional offers are the store conversion's, its fallbacks included (mode 7 is a free
-  // trial there, type 5 promotional).
+  // Promotional offers are the store conversion's, its fallbacks included.
   const std::vector<Offer> promotional = {makeSubscriptionOffer(monthly().skProduct.discounts[0]),
                                           makeSubscriptionOffer(monthly().skProduct.discounts[1])};
-  ASSERT_EQ(promotional[0].paymentMode, freeTrial);
   const Product expected(Product::ID("pro.monthly"), "Pro", "Everything", Decimal(4999, -3), Locale("de_DE"),
                          "4,99\u00a0€",
-                         Product::SubscriptionInfo{.introductoryOffer = intro,
-                                                   .subscriptionGroupID = "pro",
+                         Product::SubscriptionInfo{.introductoryOffer = intro, .subscriptionGroupID = "pro",
                                                    .subscriptionPeriod = Period::month(1),
-                                                   .promotionalOffers = promotional,
-                                                   .isEligibleForIntroOffer = true});
-  EXPECT_EQ(makeProduct(product), expected);
-  EXPECT_EQ(makeIntroductoryOffer(*product.introductoryDiscount(), product), intro);
+                                                   .promotionalOffers = promotional, .isEligibleForIntroOffer = true});
+  EXPECT_EQ(makeProduct(AdaptyPaywallProduct(monthly())), expected);
+  // Whatever the discount, it is the introductory offer, priced in the store product's locale.
+  const AdaptyProductDiscount trial{std::nullopt, Decimal(0), {AdaptyPeriodUnit::day, 3}, AdaptyMode::freeTrial};
+  EXPECT_EQ(makeIntroductoryOffer(trial, AdaptyPaywallProduct(monthly())),
+            (Offer{std::nullopt, Offer::OfferType::introductory, Decimal(0), Locale("de_DE"), "0,00\u00a0€",
+                   Period::day(3), freeTrial}));
 }
 
 TEST(ProductFromAdapty, UnknownValuesRemoveTheOfferOrTheSubscriptionPart) {
-  const auto changed = [](const std::function<void(AdaptyPaywallProduct::Fields&)>& change) {
-    AdaptyPaywallProduct::Fields fields = monthly();
-    change(fields);
-    return makeProduct(AdaptyPaywallProduct(fields));
-  };
-  const auto full = makeProduct(AdaptyPaywallProduct(monthly()));
+  const Product full = makeProduct(AdaptyPaywallProduct(monthly()));
   ASSERT_TRUE(full.subscription && full.subscription->introductoryOffer);
-  Product::SubscriptionInfo withoutIntro = *full.subscription;
+  Product::SubscriptionInfo withoutIntro = *full.subscription, withoutPromotional = *full.subscription;
   withoutIntro.introductoryOffer.reset();
+  withoutPromotional.promotionalOffers.clear();
 
-  const struct {
-    const char* name;
-    std::function<void(AdaptyPaywallProduct::Fields&)> change;
-    std::optional<Product::SubscriptionInfo> expected;
-  } cases[] = {
+  using Change = std::function<void(AdaptyPaywallProduct::Fields&)>;
+  const struct { const char* name; Change change; std::optional<Product::SubscriptionInfo> expected; } cases[] = {
       {"no group", [](auto& f) { f.subscriptionGroupIdentifier.reset(); }, std::nullopt},
       {"no period", [](auto& f) { f.subscriptionPeriod.reset(); }, std::nullopt},
       {"unknown period unit", [](auto& f) { f.subscriptionPeriod->unit = AdaptyPeriodUnit::unknown; }, std::nullopt},
-      {"undefined period unit", [](auto& f) { f.subscriptionPeriod->unit = AdaptyPeriodUnit{17}; }, std::nullopt},
       {"no introductory discount", [](auto& f) { f.introductoryDiscount.reset(); }, withoutIntro},
-      {"unknown payment mode", [](auto& f) { f.introductoryDiscount->paymentMode = AdaptyMode::unknown; },
-       withoutIntro},
+      {"unknown payment mode", [](auto& f) { f.introductoryDiscount->paymentMode = AdaptyMode::unknown; }, withoutIntro},
       {"unknown discount unit",
        [](auto& f) { f.introductoryDiscount->subscriptionPeriod.unit = AdaptyPeriodUnit::unknown; }, withoutIntro},
       // The store's own period, group and introductory price play no part.
       {"store product without subscription", [](auto& f) { f.skProduct = {.priceLocale = Locale("de_DE")}; },
-       [&] {
-         Product::SubscriptionInfo info = *full.subscription;
-         info.promotionalOffers.clear();
-         return info;
-       }()},
-  };
-  for (const auto& c : cases) {
-    const Product product = changed(c.change);
-    EXPECT_EQ(product.subscription, c.expected) << c.name;
-    EXPECT_EQ(product.id, full.id) << c.name;  // the product itself is always made
-    EXPECT_EQ(product.displayPrice, full.displayPrice) << c.name;
-  }
-}
-
-TEST(ProductFromAdapty, IntroductoryOfferIsAlwaysIntroductoryInTheStoreLocale) {
-  const struct {
-    AdaptyProductDiscount discount;
-    const char* storeLocale;
-    std::optional<Offer> expected;
-  } cases[] = {
-      {{std::nullopt, Decimal(0), {AdaptyPeriodUnit::day, 3}, AdaptyMode::freeTrial}, "en_US",
-       Offer{std::nullopt, Offer::OfferType::introductory, Decimal(0), Locale("en_US"), "$0.00", Period::day(3),
-             freeTrial}},
-      // The identifier of a promotional-looking discount stays, the type does not.
-      {{"promo", Decimal(4999, -3), {AdaptyPeriodUnit::year, 1}, AdaptyMode::payUpFront}, "ru_RU",
-       Offer{Offer::ID("promo"), Offer::OfferType::introductory, Decimal(4999, -3), Locale("ru_RU"), "4,99₽",
-             Period::year(1), payUpFront}},
-      {{"x", Decimal(1), {AdaptyPeriodUnit::day, 3}, AdaptyMode{9}}, "en_US", std::nullopt},
-      {{"x", Decimal(1), {AdaptyPeriodUnit{-2}, 3}, AdaptyMode::freeTrial}, "en_US", std::nullopt},
+       withoutPromotional},
   };
   for (const auto& c : cases) {
     AdaptyPaywallProduct::Fields fields = monthly();
-    fields.skProduct.priceLocale = Locale(c.storeLocale);
-    EXPECT_EQ(makeIntroductoryOffer(c.discount, AdaptyPaywallProduct(fields)), c.expected) << c.storeLocale;
+    c.change(fields);
+    const Product product = makeProduct(AdaptyPaywallProduct(fields));
+    EXPECT_EQ(product.subscription, c.expected) << c.name;
+    EXPECT_EQ(product.displayPrice, full.displayPrice) << c.name;  // the product itself is always made
   }
 }
 
