@@ -49,6 +49,7 @@ TEST(Paywall, RolesComeFromTextValuesUnderTheirExactKeys) {
        {.productSelectedID = some(""), .productFullPriceID = some(" F "), .variantID = Paywall::VariantID("")}},
       {R"({"ios_selected_product_id": "first", "ios_selected_product_id": "second"})",
        {.productSelectedID = some("second")}},
+      {R"({"IOS_SELECTED_PRODUCT_ID": "a", " ios_selected_product_id": "b", "variant_id ": "c"})", {}},
   };
   // Products are converted in the SDK's order, repeats kept.
   const std::vector<AdaptyPaywallProduct> sdk = {sdkProduct("b", 200), sdkProduct("a", 100), sdkProduct("b", 300)};
