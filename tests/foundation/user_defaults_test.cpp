@@ -32,20 +32,8 @@ struct TemporaryFolder {
 };
 
 // What a key reads as: text, bytes, or neither.
-struct Reading {
-  std::optional<std::string> text;
-  std::optional<Bytes> bytes;
-  friend bool operator==(const Reading&, const Reading&) = default;
-};
-
-std::ostream& operator<<(std::ostream& out, const Reading& reading) {
-  out << "text " << reading.text.value_or("(none)") << ", bytes";
-  for (auto byte : reading.bytes.value_or(Bytes{})) out << ' ' << int(byte);
-  return out << (reading.bytes ? "" : " (none)");
-}
-
+using Reading = std::pair<std::optional<std::string>, std::optional<Bytes>>;
 Reading read(const UserDefaults& defaults, std::string_view key) { return {defaults.stringForKey(key), defaults.dataForKey(key)}; }
-
 using Readings = std::vector<std::pair<std::string, Reading>>;
 
 TEST(UserDefaults, BothStoresKeepWhatWasSetAndTheFileOneAcrossReopening) {

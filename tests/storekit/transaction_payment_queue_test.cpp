@@ -81,22 +81,16 @@ TEST_F(PaymentQueueTest, AFailedProductsRequestIsLoggedAndTheBatchHandledWithout
       "    userInfo: [\n      \"NSLocalizedDescription\": \"offline\"\n    ]\n  )\n]";
   EXPECT_EQ(capture.messages(subsystem, "StoreKit"),
             (Strings{failure, "filter transaction: 1st purchase", "filter transaction: 1st purchase", renewalLine}));
-  ASSERT_EQ(capture.entries().size(), 4u);
-  EXPECT_EQ(capture.entries()[0].level, logging::LogLevel::error);
+  EXPECT_EQ(capture.entries().at(0).level, logging::LogLevel::error);
 }
 
 TEST(StoredOriginalTransactionIDs, BytesReadAsTheSetOfTheirPiecesOnlyWhenUtf8) {
   const std::pair<std::optional<Bytes>, IDs> examples[] = {
-      {std::nullopt, {}},
-      {Bytes{}, {}},
-      {bytes(",,T1,,T2,"), {"T1", "T2"}},
-      {bytes("é,✓,😀"), {"é", "✓", "😀"}},
-      {Bytes{'T', '1', ',', 0xff}, {}},
-      {Bytes{0xc0, 0xaf}, {}},              // overlong
-      {Bytes{0xed, 0xa0, 0x80}, {}},        // surrogate
-      {Bytes{'a', 0xe2, 0x82}, {}},         // cut short
-      {Bytes{0xf4, 0x90, 0x80, 0x80}, {}},  // above the last code point
+      {std::nullopt, {}}, {Bytes{}, {}}, {bytes(",,T1,,T2,"), {"T1", "T2"}}, {bytes("é,✓,😀"), {"é", "✓", "😀"}},
       {Bytes{'a', 0, 'b'}, {std::string("a\0b", 3)}},
+      // Not UTF-8: a stray byte, an overlong form, a surrogate, cut short, above the last code point.
+      {Bytes{'T', '1', ',', 0xff}, {}}, {Bytes{0xc0, 0xaf}, {}}, {Bytes{0xed, 0xa0, 0x80}, {}}, {Bytes{'a', 0xe2, 0x82}, {}},
+      {Bytes{0xf4, 0x90, 0x80, 0x80}, {}},
   };
   for (std::size_t i = 0; i < std::size(examples); ++i) {
     const auto settings = UserSettingsClient::inMemory();
@@ -114,9 +108,8 @@ TEST(StoredOriginalTransactionIDs, BytesReadAsTheSetOfTheirPiecesOnlyWhenUtf8) {
 TEST_F(PaymentQueueTest, ObservationGoesOnAfterTheConsumerHasGone) {
   const auto inner = UserSettingsClient::inMemory();
   const auto writes = std::make_shared<testing::Inbox<Bytes>>();
-  const UserSettingsClient settings{.data = inner.data, .setData = [inner, writes](std::optional<Bytes> value, const std::string& k) {
-                                      inner.setData(value, k);
-                                      writes->put(value.value_or(Bytes{}));
+  const UserSettingsClient settings{.data = inner.data, .setData = [inner, writes](auto value, const std::string& k) {
+                                      inner.setData(value, k), writes->put(value.value_or(Bytes{}));
                                     }};
   const auto before = observerCount();
   PaymentQueue(settings).updates();
@@ -130,27 +123,26 @@ TEST_F(PaymentQueueTest, ObservationGoesOnAfterTheConsumerHasGone) {
 
 TEST_F(PaymentQueueTest, TwoStreamsBothHandleEveryBatchInOrder) {
   const PaymentQueue queue(UserSettingsClient::inMemory());
-  auto first = queue.updates(), second = queue.updates();
   logging::LogCapture quiet;
   constexpr int batches = 60;
-  const auto consume = [](support::AsyncStream<Batch>& stream, Strings& seen) {
-    for (int i = 0; i < batches; ++i) {
-      const auto batch = stream.next();
-      if (!batch) return;
-      for (const auto& record : *batch) seen.push_back(record.id().value_or("?"));
-    }
-  };
-  Strings seenFirst, seenSecond, reported;
-  std::thread firstConsumer([&] { consume(first, seenFirst); }), secondConsumer([&] { consume(second, seenSecond); });
+  Strings reported, seen[2];
+  std::vector<std::thread> consumers;
+  for (auto& ids : seen) {
+    consumers.emplace_back([&ids, stream = queue.updates()]() mutable {
+      for (int i = 0; i < batches; ++i) {
+        for (const auto& record : stream.next().value_or(Batch{})) ids.push_back(record.id().value_or("?"));
+      }
+    });
+  }
   for (int i = 0; i < batches; ++i) {
     const std::string id = "T" + std::to_string(i);
     SKPaymentQueue::defaultQueue().reportUpdatedTransactions(
         storeBatch({{.id = id}, {.state = platform::SKPaymentTransactionState::failed, .id = id + "f"}}));
     reported.insert(reported.end(), {id, id + "f"});
   }
-  firstConsumer.join(), secondConsumer.join();
-  EXPECT_EQ(seenFirst, reported);
-  EXPECT_EQ(seenSecond, reported);
+  for (auto& consumer : consumers) consumer.join();
+  EXPECT_EQ(seen[0], reported);
+  EXPECT_EQ(seen[1], reported);
 }
 
 TEST_F(PaymentQueueTest, NoThreadWaitsForIdleStreamsOrPendingRequests) {
@@ -183,10 +175,11 @@ TEST_F(PaymentQueueTest, StoreTransactionUpdatesPassBatchesAsReceivedUntilTheStr
   {
     auto updates = storeTransactionUpdates();
     EXPECT_EQ(observerCount(), before + 1);
-    const std::vector<SKPaymentQueue::Transactions> reported = {
-        storeBatch({{.id = "T1"}, {.state = platform::SKPaymentTransactionState::failed}}), {}};
-    for (const auto& batch : reported) SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
-    for (const auto& batch : reported) EXPECT_EQ(updates.next(), batch);
+    const auto batch = storeBatch({{.id = "T1"}, {.state = platform::SKPaymentTransactionState::failed}});
+    SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
+    SKPaymentQueue::defaultQueue().reportUpdatedTransactions({});
+    EXPECT_EQ(updates.next(), batch);
+    EXPECT_EQ(updates.next(), SKPaymentQueue::Transactions{});
   }
   EXPECT_EQ(observerCount(), before);  // unregistered with the stream's end
 }

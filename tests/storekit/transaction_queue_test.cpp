@@ -98,23 +98,6 @@ TEST_F(TransactionQueueTest, AFailedProductsRequestDropsTheBatchSilently) {
   queue->remove(listener);
 }
 
-TEST_F(TransactionQueueTest, ObservesTheStoreOnlyWhileItHasListeners) {
-  const auto queue = makeQueue();
-  const auto a = std::make_shared<RecordingListener>(), b = std::make_shared<RecordingListener>();
-  const std::pair<std::function<void()>, bool> steps[] = {
-      {[&] { queue->remove(a); }, false}, {[&] { queue->add(a); }, true},     {[&] { queue->add(a); }, true},
-      {[&] { queue->remove(b); }, true},  {[&] { queue->add(b); }, true},     {[&] { queue->remove(a); }, true},
-      {[&] { queue->remove(b); }, false}, {[&] { queue->add(nullptr); }, false},
-  };
-  for (std::size_t i = 0; i < std::size(steps); ++i) {
-    steps[i].first();
-    EXPECT_EQ(queue->isListeningTransactions(), steps[i].second) << "step " << i;
-    EXPECT_EQ(observesStore(queue), steps[i].second) << "step " << i;
-  }
-  EXPECT_EQ(a.use_count(), 1);  // the queue let go of both
-  EXPECT_EQ(b.use_count(), 1);
-}
-
 // A store that runs a hook inside an observer's registration, as a store reporting a batch
 // to its observers at once would.
 struct ReentrantStore final : platform::StoreBackend {
@@ -128,18 +111,26 @@ struct ReentrantStore final : platform::StoreBackend {
   std::function<void()> hook = [] {};
 };
 
-TEST(TransactionQueueRegistration, ListenersAddedFromInsideTheRegistrationAreKept) {
+TEST(TransactionQueueRegistration, ObservesTheStoreOnlyWhileItHasListeners) {
   const auto store = std::make_shared<ReentrantStore>();
   testing::StoreBackendScope scope(store);
   const auto queue = makeQueue();
-  const auto first = std::make_shared<RecordingListener>(), second = std::make_shared<RecordingListener>();
-  store->hook = [&] { queue->add(second); };
-  queue->add(first);
-  EXPECT_TRUE(observesStore(queue));
-  queue->remove(first);
-  EXPECT_TRUE(observesStore(queue));  // the second is still there
-  queue->remove(second);
-  EXPECT_FALSE(observesStore(queue));
+  const auto a = std::make_shared<RecordingListener>(), b = std::make_shared<RecordingListener>();
+  const std::pair<std::function<void()>, bool> steps[] = {
+      {[&] { queue->remove(a); }, false}, {[&] { queue->add(a); }, true},     {[&] { queue->add(a); }, true},
+      {[&] { queue->remove(b); }, true},  {[&] { queue->add(b); }, true},     {[&] { queue->remove(a); }, true},
+      {[&] { queue->remove(b); }, false}, {[&] { queue->add(nullptr); }, false},
+      // A listener added from inside the store's registration of the queue is kept.
+      {[&] { store->hook = [&] { queue->add(b); }; queue->add(a); }, true},
+      {[&] { queue->remove(a); }, true},  {[&] { queue->remove(b); }, false},
+  };
+  for (std::size_t i = 0; i < std::size(steps); ++i) {
+    steps[i].first();
+    EXPECT_EQ(queue->isListeningTransactions(), steps[i].second) << "step " << i;
+    EXPECT_EQ(observesStore(queue), steps[i].second) << "step " << i;
+  }
+  EXPECT_EQ(a.use_count(), 1);  // the queue let go of both
+  EXPECT_EQ(b.use_count(), 1);
 }
 
 TEST_F(TransactionQueueTest, ListenersChangingDuringDeliverySeeWholeBatches) {
