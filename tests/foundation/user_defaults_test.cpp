@@ -33,24 +33,27 @@ struct TemporaryFolder {
 
 // What a key reads as: text, bytes, or neither.
 using Reading = std::pair<std::optional<std::string>, std::optional<Bytes>>;
-Reading read(const UserDefaults& defaults, std::string_view key) { return {defaults.stringForKey(key), defaults.dataForKey(key)}; }
+Reading read(const UserDefaults& defaults, std::string_view key) {
+  return {defaults.stringForKey(key), defaults.dataForKey(key)};
+}
 using Readings = std::vector<std::pair<std::string, Reading>>;
 
 TEST(UserDefaults, BothStoresKeepWhatWasSetAndTheFileOneAcrossReopening) {
   Bytes every(256);
   std::iota(every.begin(), every.end(), std::uint8_t{0});
   const std::tuple<std::string, std::function<void(UserDefaults&)>, Readings> scripts[] = {
-      {"text", [](UserDefaults& d) { d.setString("a,b", "ids"); }, {{"ids", {"a,b", {}}}, {"other", {}}}},
-      {"bytes of every value", [&](UserDefaults& d) { d.setData(every, "k"); }, {{"k", {{}, every}}}},
-      {"empty values", [](UserDefaults& d) { d.setString("", "t"), d.setData({}, "b"); }, {{"t", {"", {}}}, {"b", {{}, Bytes{}}}}},
-      {"bytes replace text", [](UserDefaults& d) { d.setString("x", "k"), d.setData({1, 2}, "k"); }, {{"k", {{}, Bytes{1, 2}}}}},
-      {"text replaces bytes", [](UserDefaults& d) { d.setData({1}, "k"), d.setString("ü ✓", "k"); }, {{"k", {"ü ✓", {}}}}},
-      {"removed", [](UserDefaults& d) { d.setString("x", "k"), d.setString("y", "j"), d.removeObject("k"); },
+      {"text", [](auto& d) { d.setString("a,b", "ids"); }, {{"ids", {"a,b", {}}}, {"other", {}}}},
+      {"bytes of every value", [&](auto& d) { d.setData(every, "k"); }, {{"k", {{}, every}}}},
+      {"empty values", [](auto& d) { d.setString("", "t"), d.setData({}, "b"); }, {{"t", {"", {}}}, {"b", {{}, Bytes{}}}}},
+      {"bytes replace text", [](auto& d) { d.setString("x", "k"), d.setData({1, 2}, "k"); }, {{"k", {{}, Bytes{1, 2}}}}},
+      {"text replaces bytes", [](auto& d) { d.setData({1}, "k"), d.setString("ü ✓", "k"); }, {{"k", {"ü ✓", {}}}}},
+      {"removed", [](auto& d) { d.setString("x", "k"), d.setString("y", "j"), d.removeObject("k"); },
        {{"k", {}}, {"j", {"y", {}}}}},
-      {"odd keys", [](UserDefaults& d) { d.setString("1", ""), d.setData({3, 4, 5}, "a\"b\\c\n"); },
+      {"odd keys", [](auto& d) { d.setString("1", ""), d.setData({3, 4, 5}, "a\"b\\c\n"); },
        {{"", {"1", {}}}, {"a\"b\\c\n", {{}, Bytes{3, 4, 5}}}}},
-      {"base64 lengths", [](UserDefaults& d) { for (std::uint8_t n = 1; n < 6; ++n) d.setData(Bytes(n, n), std::to_string(n)); },
-       {{"1", {{}, Bytes(1, 1)}}, {"2", {{}, Bytes(2, 2)}}, {"3", {{}, Bytes(3, 3)}}, {"4", {{}, Bytes(4, 4)}}, {"5", {{}, Bytes(5, 5)}}}},
+      {"base64 lengths", [](auto& d) { for (std::uint8_t n = 1; n < 6; ++n) d.setData(Bytes(n, n), std::to_string(n)); },
+       {{"1", {{}, Bytes(1, 1)}}, {"2", {{}, Bytes(2, 2)}}, {"3", {{}, Bytes(3, 3)}}, {"4", {{}, Bytes(4, 4)}},
+        {"5", {{}, Bytes(5, 5)}}}},
   };
   for (const auto& [name, steps, expected] : scripts) {
     TemporaryFolder folder;

@@ -25,7 +25,7 @@ TEST(LogMessage, SubstitutesArgumentsInOrderInOnePass) {
       {"", {"a"}, ""},
       {"%{public}%{public}@@", {"x"}, "%{public}x@"},
   };
-  for (const auto& [format, arguments, expected] : examples) EXPECT_EQ(formatLogMessage(format, arguments), expected) << format;
+  for (const auto& [format, arguments, message] : examples) EXPECT_EQ(formatLogMessage(format, arguments), message) << format;
 }
 
 TEST(LogEntryText, HeaderCarriesUtcTimeLevelSubsystemAndCategory) {
@@ -33,7 +33,7 @@ TEST(LogEntryText, HeaderCarriesUtcTimeLevelSubsystemAndCategory) {
   const auto time = system_clock::time_point(seconds(1714566896) + milliseconds(7));  // 2024-05-01 12:34:56.007 UTC
   EXPECT_EQ(formatLogEntry({time, LogLevel::info, "s.t", "StoreKit", "updated, count 1"}),
             "2024-05-01T12:34:56.007Z info [s.t:StoreKit] updated, count 1");
-  EXPECT_EQ(formatLogEntry({time, LogLevel::error, "s", "c", "first\nsecond"}), "2024-05-01T12:34:56.007Z error [s:c] first\nsecond");
+  EXPECT_EQ(formatLogEntry({time, LogLevel::error, "s", "c", "one\ntwo"}), "2024-05-01T12:34:56.007Z error [s:c] one\ntwo");
   EXPECT_EQ(formatLogEntry({system_clock::time_point{}, LogLevel::info, "", "", ""}), "1970-01-01T00:00:00.000Z info [:] ");
 }
 
@@ -61,7 +61,8 @@ TEST(Logger, EntriesReachTheSinkWithLevelLogAndMessage) {
   EXPECT_EQ(written, (Strings{"info velquist.test:Entries transactions updated, count 3",
                               "error velquist.test:Entries handle transactions count 2 and products count -1",
                               "info velquist.test:Entries text 0.5",
-                              "info velquist.test:Entries filter transaction\n[\n  \"reason\": \"renewal\",\n  \"result\": \"filtered\"\n]",
+                              "info velquist.test:Entries filter transaction\n"
+                              "[\n  \"reason\": \"renewal\",\n  \"result\": \"filtered\"\n]",
                               "error velquist.test:Entries transaction failure\n%{public}@\n\"x\""}));
   EXPECT_EQ(capture.messages("velquist.test", "Entries").size(), written.size());
   EXPECT_EQ(capture.messages("velquist.test", "Other"), Strings{});

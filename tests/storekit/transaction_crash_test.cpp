@@ -90,7 +90,7 @@ TEST(TransactionCrash, KilledAtRandomTheStoredSetKeepsEveryDeliveredFirstPurchas
     const auto contents = foundation::readFileIfPresent(file).value_or("(no file)");
     const auto stored = splitOriginalTransactionIDs(
         foundation::FileUserDefaults(file).stringForKey(originalTransactionIDsKey).value_or(""));
-    for (const auto& id : delivered) ASSERT_TRUE(stored.contains(id)) << "run " << run << ": lost " << id << " from\n" << contents;
+    for (const auto& id : delivered) ASSERT_TRUE(stored.contains(id)) << "run " << run << ": lost " << id << "\n" << contents;
   }
   EXPECT_FALSE(fs::exists(fs::path(file).concat(".malformed")));
   // The kills did land while work was going on, and deliveries happened.

@@ -52,7 +52,9 @@ TEST_F(PaymentQueueTest, ClassifiesEachPurchaseAgainstTheStoredSet) {
     Strings expectedLog = {"fetch products success"};
     for (std::size_t i = 0; i < batch.size(); ++i) {
       if (scenario.outcomes[i] != testing::Outcome::passed) expectedLog.push_back(lines[int(scenario.outcomes[i])]);
-      if (scenario.outcomes[i] != testing::Outcome::renewal) expected.push_back(testing::expectedRecord(scenario.batch[i], batch[i]));
+      if (scenario.outcomes[i] != testing::Outcome::renewal) {
+        expected.push_back(testing::expectedRecord(scenario.batch[i], batch[i]));
+      }
     }
     logging::LogCapture capture;
     SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
@@ -174,7 +176,6 @@ TEST_F(PaymentQueueTest, StoreTransactionUpdatesPassBatchesAsReceivedUntilTheStr
   const auto before = observerCount();
   {
     auto updates = storeTransactionUpdates();
-    EXPECT_EQ(observerCount(), before + 1);
     const auto batch = storeBatch({{.id = "T1"}, {.state = platform::SKPaymentTransactionState::failed}});
     SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
     SKPaymentQueue::defaultQueue().reportUpdatedTransactions({});
