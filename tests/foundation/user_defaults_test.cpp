@@ -106,8 +106,10 @@ TEST(FileUserDefaults, FailedWritesKeepTheChangeInMemoryAndSayWhy) {
   TemporaryFolder folder;
   writeFileAtomically(folder.path / "plain", "x");
   fs::create_directories(folder.path / "taken" / "inner");
-  // The file's folder is a file; a folder is where the file should be (it must not be replaced).
-  for (const fs::path& path : {folder.path / "plain" / "app.defaults.json", folder.path / "taken"}) {
+  fs::create_symlink("loop", folder.path / "loop");
+  // The file's folder is a file; where the file should be is a folder, or a link to itself that
+  // cannot be read (neither may be replaced).
+  for (const fs::path& path : {folder.path / "plain" / "app.defaults.json", folder.path / "taken", folder.path / "loop"}) {
     FileUserDefaults defaults(path);
     EXPECT_EQ(defaults.lastWriteError(), std::nullopt);
     defaults.setString("kept", "k");
@@ -115,6 +117,7 @@ TEST(FileUserDefaults, FailedWritesKeepTheChangeInMemoryAndSayWhy) {
     EXPECT_NE(defaults.lastWriteError(), std::nullopt) << path;
   }
   EXPECT_TRUE(fs::is_directory(folder.path / "taken" / "inner"));
+  EXPECT_TRUE(fs::is_symlink(folder.path / "loop"));
 }
 
 TEST(StandardUserDefaults, OneFilePerApplicationInsideTheDataFolder) {
