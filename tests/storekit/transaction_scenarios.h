@@ -1,62 +1,63 @@
 #pragma once
 
-// What both ways of following purchases must do with one store batch: the batch, what is
-// stored beforehand, and how each transaction is classified. Each test turns the outcomes
-// into its own log lines.
+// Store batches, what is stored beforehand and how each transaction is classified: what both
+// ways of following purchases must do. Each test turns the outcomes into its own log lines.
 
 #include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <ostream>
 #include <optional>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "velquist/platform/sk_payment.h"
+#include "velquist/platform/sk_payment_queue.h"
 #include "velquist/platform/sk_product.h"
-#include "velquist/storekit/transactions/transaction.h"
+#include "velquist/storekit/transactions/transaction_queue.h"
 
 namespace velquist::testing {
 
 using platform::SKPaymentTransactionState;
+using Mode = platform::SKProductDiscountPaymentMode;
 
 /// A store transaction as a row writes it.
 struct StoreTransaction {
   std::string product = "pro.monthly";
   SKPaymentTransactionState state = SKPaymentTransactionState::purchased;
-  std::optional<std::string> id;
-  std::optional<std::string> original;  ///< the original transaction's identifier
-  bool originalWithoutID = false;       ///< an original transaction that has no identifier
-  std::optional<std::string> offer;     ///< the promotional offer applied to the payment
+  std::optional<std::string> id, original;  ///< original: the original transaction's identifier
+  bool originalWithoutID = false;           ///< an original transaction that has no identifier
+  std::optional<std::string> offer;         ///< the promotional offer applied to the payment
 };
 
 inline std::shared_ptr<platform::SKPaymentTransaction> makeStoreTransaction(const StoreTransaction& row) {
-  std::shared_ptr<platform::SKPaymentTransaction> original;
-  if (row.original || row.originalWithoutID) {
-    original = std::make_shared<platform::SKPaymentTransaction>(
-        platform::SKPayment{.productIdentifier = row.product},
-        platform::SKPaymentTransaction::Progress{.state = SKPaymentTransactionState::purchased,
-                                                 .transactionIdentifier = row.original});
-  }
+  using platform::SKPaymentTransaction;
   platform::SKPayment payment{.productIdentifier = row.product};
+  const auto original = row.original || row.originalWithoutID
+                            ? std::make_shared<SKPaymentTransaction>(
+                                  payment, SKPaymentTransaction::Progress{.state = SKPaymentTransactionState::purchased,
+                                                                          .transactionIdentifier = row.original})
+                            : nullptr;
   if (row.offer) payment.paymentDiscount = platform::SKPaymentDiscount{.identifier = *row.offer};
-  return std::make_shared<platform::SKPaymentTransaction>(
-      payment, platform::SKPaymentTransaction::Progress{.state = row.state, .transactionIdentifier = row.id},
-      original);
+  return std::make_shared<SKPaymentTransaction>(
+      payment, SKPaymentTransaction::Progress{.state = row.state, .transactionIdentifier = row.id}, original);
 }
 
-inline platform::SKProductDiscount storeDiscount(std::optional<std::string> identifier,
-                                                 platform::SKProductDiscountPaymentMode mode) {
+inline platform::SKPaymentQueue::Transactions storeBatch(const std::vector<StoreTransaction>& rows) {
+  platform::SKPaymentQueue::Transactions batch;
+  for (const auto& row : rows) batch.push_back(makeStoreTransaction(row));
+  return batch;
+}
+
+inline platform::SKProductDiscount storeDiscount(std::optional<std::string> identifier, Mode mode) {
   return {.price = *foundation::Decimal::fromString("0"), .priceLocale = foundation::Locale("en_US"),
           .identifier = std::move(identifier), .subscriptionPeriod = {1, platform::SKProductPeriodUnit::week},
           .paymentMode = mode, .type = platform::SKProductDiscountType::subscription};
 }
 
-/// The store's catalogue: a plain monthly plan, and one with an introductory free trial and
-/// two promotional offers (pay up front "winback", free trial "trial.offer").
+/// A plain monthly plan, and one with an introductory free trial and two promotional offers
+/// (pay up front "winback", free trial "trial.offer").
 inline std::vector<platform::SKProduct> catalogue() {
-  using Mode = platform::SKProductDiscountPaymentMode;
   platform::SKProduct monthly{.productIdentifier = "pro.monthly", .localizedTitle = "Pro",
                               .price = *foundation::Decimal::fromString("4.99"),
                               .priceLocale = foundation::Locale("en_US"),
@@ -70,7 +71,6 @@ inline std::vector<platform::SKProduct> catalogue() {
   return {monthly, trial};
 }
 
-/// The catalogue's product for an identifier, or none.
 inline std::optional<platform::SKProduct> catalogueProduct(const std::string& identifier) {
   for (const auto& product : catalogue()) {
     if (product.productIdentifier == identifier) return product;
@@ -78,8 +78,14 @@ inline std::optional<platform::SKProduct> catalogueProduct(const std::string& id
   return std::nullopt;
 }
 
-/// How a transaction is classified: left alone (not purchased), a first purchase, a renewal
-/// (dropped), a trial start.
+/// The record expected for a row's store transaction: with its catalogue product, if any.
+inline storekit::Transaction expectedRecord(const StoreTransaction& row,
+                                            std::shared_ptr<platform::SKPaymentTransaction> transaction) {
+  const auto product = catalogueProduct(row.product);
+  return storekit::makeTransaction(product ? &*product : nullptr, std::move(transaction));
+}
+
+/// Left alone (not purchased), a first purchase, a renewal (dropped), a trial start.
 enum class Outcome { passed, first, renewal, trial };
 
 struct Scenario {
@@ -123,31 +129,33 @@ inline std::vector<Scenario> scenarios() {
   };
 }
 
-/// Waits for what arrives from another thread (batches delivered to a listener, ...).
+/// Waits for what arrives from another thread.
 template <class T>
-class Inbox {
- public:
+struct Inbox {
   void put(T value) {
-    std::lock_guard lock(mutex_);  // notified under the lock: the waiter may destroy the inbox at once
-    values_.push_back(std::move(value));
-    arrived_.notify_all();
+    std::lock_guard lock(mutex);  // notified under the lock: the waiter may destroy the inbox at once
+    values.push_back(std::move(value));
+    arrived.notify_all();
   }
   /// Waits until `count` values have arrived, then returns all that have.
   std::vector<T> waitFor(std::size_t count) const {
-    std::unique_lock lock(mutex_);
-    arrived_.wait(lock, [&] { return values_.size() >= count; });
-    return values_;
+    std::unique_lock lock(mutex);
+    arrived.wait(lock, [&] { return values.size() >= count; });
+    return values;
   }
+  mutable std::mutex mutex;
+  mutable std::condition_variable arrived;
+  std::vector<T> values;
+};
 
- private:
-  mutable std::mutex mutex_;
-  mutable std::condition_variable arrived_;
-  std::vector<T> values_;
+/// Hands every batch it is given to the test.
+struct RecordingListener final : storekit::TransactionQueueListener {
+  void updated(const std::vector<storekit::Transaction>& transactions) override { batches.put(transactions); }
+  Inbox<std::vector<storekit::Transaction>> batches;
 };
 
 }  // namespace velquist::testing
 
 namespace velquist::storekit {
-// Test failures show records as their dump.
 inline void PrintTo(const Transaction& transaction, std::ostream* out) { *out << transaction.description(); }
 }  // namespace velquist::storekit
