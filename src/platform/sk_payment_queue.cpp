@@ -11,8 +11,10 @@ void SKPaymentTransactionObserver::restoreCompletedTransactionsFinished(SKPaymen
 void SKPaymentTransactionObserver::restoreCompletedTransactionsFailed(SKPaymentQueue&, const SKError&) {}
 
 SKPaymentQueue& SKPaymentQueue::defaultQueue() {
-  static SKPaymentQueue queue;
-  return queue;
+  // Never destroyed: a store may still report from a background worker while the process
+  // exits, after static objects are gone.
+  static SKPaymentQueue* const queue = new SKPaymentQueue;
+  return *queue;
 }
 
 void SKPaymentQueue::addTransactionObserver(const std::shared_ptr<SKPaymentTransactionObserver>& observer) {

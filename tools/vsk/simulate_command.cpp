@@ -23,25 +23,13 @@ namespace {
 using namespace std::chrono_literals;
 using platform::SKPaymentQueue;
 using platform::SKPaymentTransaction;
-using platform::SKPaymentTransactionState;
 
 constexpr auto kCatchUpTimeout = std::chrono::seconds(5);
-
-std::string_view stateName(SKPaymentTransactionState state) {
-  switch (state) {
-    case SKPaymentTransactionState::purchasing: return "purchasing";
-    case SKPaymentTransactionState::purchased: return "purchased";
-    case SKPaymentTransactionState::failed: return "failed";
-    case SKPaymentTransactionState::restored: return "restored";
-    case SKPaymentTransactionState::deferred: return "deferred";
-  }
-  return "unknown";
-}
 
 // "com.example.pro purchased #3 of #1"
 std::string describe(const SKPaymentTransaction& transaction) {
   const auto progress = transaction.progress();
-  std::string text = transaction.payment().productIdentifier + " " + std::string(stateName(progress.state));
+  std::string text = transaction.payment().productIdentifier + " " + std::string(storekit::description(progress.state));
   if (progress.transactionIdentifier) text += " #" + *progress.transactionIdentifier;
   if (const auto& original = transaction.originalTransaction()) {
     text += " of #" + original->transactionIdentifier().value_or("?");
