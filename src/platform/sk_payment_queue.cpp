@@ -9,6 +9,9 @@ namespace velquist::platform {
 void SKPaymentTransactionObserver::removedTransactions(SKPaymentQueue&, const SKPaymentQueue::Transactions&) {}
 void SKPaymentTransactionObserver::restoreCompletedTransactionsFinished(SKPaymentQueue&) {}
 void SKPaymentTransactionObserver::restoreCompletedTransactionsFailed(SKPaymentQueue&, const SKError&) {}
+void SKPaymentTransactionObserver::didRevokeEntitlementsForProductIdentifiers(SKPaymentQueue&,
+                                                                              const std::vector<std::string>&) {}
+void SKPaymentTransactionObserver::storefrontDidChange(SKPaymentQueue&) {}
 
 SKPaymentQueue& SKPaymentQueue::defaultQueue() {
   // Never destroyed: a store may still report from a background worker while the process
@@ -90,6 +93,16 @@ void SKPaymentQueue::reportRestoreCompletedTransactionsFinished() {
 
 void SKPaymentQueue::reportRestoreCompletedTransactionsFailed(const SKError& error) {
   for (const auto& observer : transactionObservers()) observer->restoreCompletedTransactionsFailed(*this, error);
+}
+
+void SKPaymentQueue::reportDidRevokeEntitlements(const std::vector<std::string>& productIdentifiers) {
+  for (const auto& observer : transactionObservers()) {
+    observer->didRevokeEntitlementsForProductIdentifiers(*this, productIdentifiers);
+  }
+}
+
+void SKPaymentQueue::reportStorefrontDidChange() {
+  for (const auto& observer : transactionObservers()) observer->storefrontDidChange(*this);
 }
 
 }  // namespace velquist::platform

@@ -33,6 +33,12 @@ class SKPaymentTransactionObserver {
   /// Every restorable transaction has been reported.
   virtual void restoreCompletedTransactionsFinished(SKPaymentQueue& queue);
   virtual void restoreCompletedTransactionsFailed(SKPaymentQueue& queue, const SKError& error);
+  /// The customer lost access to these products (a refund, or a family member's purchase
+  /// no longer shared): the app should take back what they unlocked.
+  virtual void didRevokeEntitlementsForProductIdentifiers(SKPaymentQueue& queue,
+                                                          const std::vector<std::string>& productIdentifiers);
+  /// The storefront of the signed-in account changed; `queue.storefront()` gives the new one.
+  virtual void storefrontDidChange(SKPaymentQueue& queue);
 };
 
 /// The store's payment queue: payments go in, and observers hear how the resulting
@@ -80,6 +86,8 @@ class SKPaymentQueue {
   void reportRemovedTransactions(const Transactions& transactions);
   void reportRestoreCompletedTransactionsFinished();
   void reportRestoreCompletedTransactionsFailed(const SKError& error);
+  void reportDidRevokeEntitlements(const std::vector<std::string>& productIdentifiers);
+  void reportStorefrontDidChange();
 
  private:
   SKPaymentQueue() = default;
