@@ -11,6 +11,7 @@
 #include <tuple>
 #include <vector>
 
+#include "common/deadline.h"
 #include "common/reported_failures.h"
 #include "velquist/platform/environment_values.h"
 #include "velquist/platform/os_version.h"
@@ -88,9 +89,9 @@ TEST_F(RequestReview, CalledOnTheMainActorItselfDoesNotWaitForItself) {
 TEST_F(RequestReview, CancellingTheCallerEndsTheWaitAndCancelsTheMainActorTask) {
   std::stop_source stop;
   std::optional<bool> answer;
-  std::jthread caller([&] { answer = RequestReviewKey::liveValue()(stop.get_token()); });
+  testing::GuardedThread caller([&] { answer = RequestReviewKey::liveValue()(stop.get_token()); });
   stop.request_stop();  // nobody runs the main queue meanwhile
-  caller.join();
+  caller.join("the stopped review request to return");
   EXPECT_EQ(answer, false);
   std::optional<bool> taskCancelled;
   EnvironmentValues::setRequestReviewHandler([&] { taskCancelled = support::Task::isCurrentCancelled(); });

@@ -1,0 +1,144 @@
+#pragma once
+
+// Every wait of the tests has a deadline: whatever a test waits for from another thread, it
+// waits at most `patience`, then fails the test naming what it was waiting for. A lost
+// wake-up in the library then fails its test instead of hanging the suite. This guards
+// against hangs, it does not time anything: the deadline is far beyond what any of these
+// waits takes, even under a sanitizer.
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "velquist/support/async_stream.h"
+#include "velquist/support/test_failure.h"
+
+namespace velquist::testing {
+
+inline constexpr std::chrono::seconds patience{30};
+
+namespace detail {
+// Set once a wait of the running test has given up; the test environment clears it as each
+// test starts. The test's later waits then only look: its fault is reported already, and
+// waiting out each of them would run the test into its ctest timeout.
+inline std::atomic<bool> gaveUp = false;
+}  // namespace detail
+
+inline std::chrono::steady_clock::duration patienceLeft() {
+  return detail::gaveUp ? std::chrono::steady_clock::duration::zero() : patience;
+}
+
+inline void reportGaveUp(const std::string& what) {
+  detail::gaveUp = true;
+  support::reportTestFailure("Gave up waiting (at most " + std::to_string(patience.count()) + " s) for " + what);
+}
+
+/// Waits on `changed` until `ready()`. False, and the test failed, if that did not happen in time.
+template <class Lock, class Ready>
+bool waitUntil(std::condition_variable& changed, Lock& lock, Ready ready, const std::string& what) {
+  if (changed.wait_for(lock, patienceLeft(), ready)) return true;
+  reportGaveUp(what);
+  return false;
+}
+
+/// Polls `ready`, for a state that nothing signals, until it holds or the deadline passes.
+template <class Ready>
+bool pollUntil(Ready ready, const std::string& what) {
+  const auto deadline = std::chrono::steady_clock::now() + patienceLeft();
+  while (!ready()) {
+    if (std::chrono::steady_clock::now() >= deadline) {
+      reportGaveUp(what);
+      return false;
+    }
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+/// A stop token that fires when the patience is over, for blocking calls that take one.
+/// `expired` reports the failure of the test, naming `what` the calls were waiting for.
+class Deadline {
+ public:
+  explicit Deadline(std::string what)
+      : what_(std::move(what)), watchdog_([this, wait = patienceLeft()](std::stop_token over) {
+          std::mutex mutex;
+          std::condition_variable_any never;
+          std::unique_lock lock(mutex);
+          never.wait_for(lock, over, wait, [] { return false; });
+          if (!over.stop_requested()) giveUp_.request_stop();
+        }) {}
+  Deadline(const Deadline&) = delete;
+  Deadline& operator=(const Deadline&) = delete;
+
+  std::stop_token token() const { return giveUp_.get_token(); }
+  /// Whether the deadline has passed; the first time it has, the test fails.
+  bool expired() {
+    if (!giveUp_.stop_requested()) return false;
+    if (!std::exchange(reported_, true)) reportGaveUp(what_);
+    return true;
+  }
+
+ private:
+  const std::string what_;
+  std::stop_source giveUp_;
+  bool reported_ = false;
+  std::jthread watchdog_;  // last: stopped and joined first
+};
+
+/// The stream's next value, or nothing at its end; nothing, and the test failed, if neither
+/// came in time (the stream is then ended, as by a stopped consumer).
+template <class T>
+std::optional<T> nextWithin(support::AsyncStream<T>& stream, const std::string& what) {
+  Deadline deadline(what);
+  auto value = stream.next(deadline.token());
+  if (!value) deadline.expired();
+  return value;
+}
+
+/// A thread for a body that blocks until something happens, joined with a deadline. A body
+/// still running then cannot be abandoned (it uses the test's locals), so the test program
+/// stops with a message naming what the thread was waiting for.
+class GuardedThread {
+ public:
+  explicit GuardedThread(std::function<void()> body)
+      : thread_([this, body = std::move(body)] {
+          body();
+          std::lock_guard lock(mutex_);  // notified under the lock: the joiner may go on at once
+          done_ = true;
+          ended_.notify_all();
+        }) {}
+  GuardedThread(const GuardedThread&) = delete;
+  GuardedThread& operator=(const GuardedThread&) = delete;
+  ~GuardedThread() {
+    if (thread_.joinable()) join("a thread of the test to end");
+  }
+
+  void join(const std::string& what) {
+    {
+      std::unique_lock lock(mutex_);
+      if (!ended_.wait_for(lock, patienceLeft(), [&] { return done_; })) {
+        std::fprintf(stderr, "Gave up waiting (at most %lld s) for %s; stopping the test program\n",
+                     static_cast<long long>(patience.count()), what.c_str());
+        std::abort();
+      }
+    }
+    thread_.join();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable ended_;
+  bool done_ = false;
+  std::thread thread_;  // last: starts once the rest is ready
+};
+
+}  // namespace velquist::testing
