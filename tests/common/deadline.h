@@ -28,18 +28,20 @@ inline constexpr std::chrono::seconds patience{30};
 
 namespace detail {
 // Set once a wait of the running test has given up; the test environment clears it as each
-// test starts. The test's later waits then only look: its fault is reported already, and
-// waiting out each of them would run the test into its ctest timeout.
+// test starts. The test's later waits then wait only briefly: its fault is reported already,
+// and waiting out each of them in full would run the test into its ctest timeout.
 inline std::atomic<bool> gaveUp = false;
 }  // namespace detail
 
 inline std::chrono::steady_clock::duration patienceLeft() {
-  return detail::gaveUp ? std::chrono::steady_clock::duration::zero() : patience;
+  return detail::gaveUp ? std::chrono::seconds(1) : patience;
 }
 
 inline void reportGaveUp(const std::string& what) {
-  detail::gaveUp = true;
-  support::reportTestFailure("Gave up waiting (at most " + std::to_string(patience.count()) + " s) for " + what);
+  const bool again = detail::gaveUp.exchange(true);
+  support::reportTestFailure("Gave up waiting for " + what +
+                             (again ? " (after an earlier wait of this test gave up)"
+                                    : " (waited " + std::to_string(patience.count()) + " s)"));
 }
 
 /// Waits on `changed` until `ready()`. False, and the test failed, if that did not happen in time.
@@ -126,8 +128,7 @@ class GuardedThread {
     {
       std::unique_lock lock(mutex_);
       if (!ended_.wait_for(lock, patienceLeft(), [&] { return done_; })) {
-        std::fprintf(stderr, "Gave up waiting (at most %lld s) for %s; stopping the test program\n",
-                     static_cast<long long>(patience.count()), what.c_str());
+        std::fprintf(stderr, "Gave up waiting for %s; stopping the test program\n", what.c_str());
         std::abort();
       }
     }
