@@ -1,10 +1,9 @@
 #pragma once
 
 // Every wait of the tests has a deadline: whatever a test waits for from another thread, it
-// waits at most `patience`, then fails the test naming what it was waiting for. A lost
-// wake-up in the library then fails its test instead of hanging the suite. This guards
-// against hangs, it does not time anything: the deadline is far beyond what any of these
-// waits takes, even under a sanitizer.
+// waits at most `patience`, then fails naming what it was waiting for, so a lost wake-up in
+// the library fails its test instead of hanging the suite. A guard, not a timing check: no
+// wait here comes near it, even under a sanitizer.
 
 #include <atomic>
 #include <chrono>
@@ -27,9 +26,8 @@ namespace velquist::testing {
 inline constexpr std::chrono::seconds patience{30};
 
 namespace detail {
-// Set once a wait of the running test has given up; the test environment clears it as each
-// test starts. The test's later waits then wait only briefly: its fault is reported already,
-// and waiting out each of them in full would run the test into its ctest timeout.
+// Set once a wait has given up; cleared as each test starts. The test's later waits then wait
+// only briefly, or together they would run it into its ctest timeout.
 inline std::atomic<bool> gaveUp = false;
 }  // namespace detail
 
@@ -44,7 +42,7 @@ inline void reportGaveUp(const std::string& what) {
                                     : " (waited " + std::to_string(patience.count()) + " s)"));
 }
 
-/// Waits on `changed` until `ready()`. False, and the test failed, if that did not happen in time.
+/// Waits on `changed` until `ready()`; false, and the test failed, if it did not come in time.
 template <class Lock, class Ready>
 bool waitUntil(std::condition_variable& changed, Lock& lock, Ready ready, const std::string& what) {
   if (changed.wait_for(lock, patienceLeft(), ready)) return true;
@@ -52,22 +50,18 @@ bool waitUntil(std::condition_variable& changed, Lock& lock, Ready ready, const 
   return false;
 }
 
-/// Polls `ready`, for a state that nothing signals, until it holds or the deadline passes.
+/// Polls `ready`, for a state nothing signals, until it holds or the deadline passes.
 template <class Ready>
-bool pollUntil(Ready ready, const std::string& what) {
+void pollUntil(Ready ready, const std::string& what) {
   const auto deadline = std::chrono::steady_clock::now() + patienceLeft();
   while (!ready()) {
-    if (std::chrono::steady_clock::now() >= deadline) {
-      reportGaveUp(what);
-      return false;
-    }
+    if (std::chrono::steady_clock::now() >= deadline) return reportGaveUp(what);
     std::this_thread::yield();
   }
-  return true;
 }
 
-/// A stop token that fires when the patience is over, for blocking calls that take one.
-/// `expired` reports the failure of the test, naming `what` the calls were waiting for.
+/// A stop token that fires when the patience is over, for blocking calls that take one;
+/// `expired` then fails the test (once).
 class Deadline {
  public:
   explicit Deadline(std::string what)
@@ -75,14 +69,10 @@ class Deadline {
           std::mutex mutex;
           std::condition_variable_any never;
           std::unique_lock lock(mutex);
-          never.wait_for(lock, over, wait, [] { return false; });
-          if (!over.stop_requested()) giveUp_.request_stop();
+          if (!never.wait_for(lock, over, wait, [] { return false; }) && !over.stop_requested()) giveUp_.request_stop();
         }) {}
-  Deadline(const Deadline&) = delete;
-  Deadline& operator=(const Deadline&) = delete;
 
   std::stop_token token() const { return giveUp_.get_token(); }
-  /// Whether the deadline has passed; the first time it has, the test fails.
   bool expired() {
     if (!giveUp_.stop_requested()) return false;
     if (!std::exchange(reported_, true)) reportGaveUp(what_);
@@ -96,8 +86,7 @@ class Deadline {
   std::jthread watchdog_;  // last: stopped and joined first
 };
 
-/// The stream's next value, or nothing at its end; nothing, and the test failed, if neither
-/// came in time (the stream is then ended, as by a stopped consumer).
+/// The stream's next value, or nothing at its end or (failing the test) when none came in time.
 template <class T>
 std::optional<T> nextWithin(support::AsyncStream<T>& stream, const std::string& what) {
   Deadline deadline(what);
@@ -107,8 +96,7 @@ std::optional<T> nextWithin(support::AsyncStream<T>& stream, const std::string& 
 }
 
 /// A thread for a body that blocks until something happens, joined with a deadline. A body
-/// still running then cannot be abandoned (it uses the test's locals), so the test program
-/// stops with a message naming what the thread was waiting for.
+/// still running then uses the test's locals and cannot be abandoned: the program stops.
 class GuardedThread {
  public:
   explicit GuardedThread(std::function<void()> body)
@@ -118,11 +106,7 @@ class GuardedThread {
           done_ = true;
           ended_.notify_all();
         }) {}
-  GuardedThread(const GuardedThread&) = delete;
-  GuardedThread& operator=(const GuardedThread&) = delete;
-  ~GuardedThread() {
-    if (thread_.joinable()) join("a thread of the test to end");
-  }
+  ~GuardedThread() { if (thread_.joinable()) join("a thread of the test to end"); }
 
   void join(const std::string& what) {
     {
