@@ -70,7 +70,9 @@ TEST_F(RequestReview, LiveValueChoosesByVersionAndScene) {
       const bool answer = RequestReviewKey::liveValue()();
       MainQueue::shared().enqueue([&outcome, answer] { outcome = answer ? "yes" : "no"; });
     });
-    MainQueue::shared().runUntil([&] { return outcome.has_value(); });
+    testing::Deadline deadline("the answer of a review requested from another thread");
+    MainQueue::shared().runUntil([&] { return outcome.has_value(); }, deadline.token());
+    ASSERT_FALSE(deadline.expired());
     *outcome += " env " + std::to_string(EnvironmentValues::requestReviewCount());
     for (const auto& scene : SKStoreReviewController::requests()) *outcome += " " + scene->identifier();
     EXPECT_EQ(outcome, expected);

@@ -36,11 +36,12 @@ std::string quoted(const std::string& argument) {
 RunResult runVsk(const std::vector<std::string>& arguments) {
   const auto dir = fs::temp_directory_path() / ("vsk_test_" + std::to_string(::getpid()) + "_" + std::to_string(std::rand()));
   fs::create_directories(dir);
-  std::string command = quoted(VSK_PATH);
+  std::string command = "timeout 60 " + quoted(VSK_PATH);  // a hung tool fails its test
   for (const auto& argument : arguments) command += " " + quoted(argument);
   command += " >" + quoted((dir / "out").string()) + " 2>" + quoted((dir / "err").string());
   const int status = std::system(command.c_str());
   RunResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(dir / "out"), slurp(dir / "err")};
+  if (result.exitCode == 124) ADD_FAILURE() << "Gave up waiting for vsk " << arguments.at(0) << " to end (waited 60 s)";
   fs::remove_all(dir);
   return result;
 }
