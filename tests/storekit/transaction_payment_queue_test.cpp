@@ -77,7 +77,8 @@ TEST_F(PaymentQueueTest, AFailedProductsRequestIsLoggedAndTheBatchHandledWithout
   // Without products no trial is recognised: the trial product's purchase is a first one.
   const auto batch = storeBatch({{.id = "T1"}, {.product = "pro.trial", .id = "T2"}, {.id = "T3", .original = "T0"}});
   SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
-  EXPECT_EQ(testing::nextWithin(updates, "the batch handled without products"), (Batch{{.transaction = batch[0]}, {.transaction = batch[1]}}));
+  EXPECT_EQ(testing::nextWithin(updates, "the batch handled without products"),
+            (Batch{{.transaction = batch[0]}, {.transaction = batch[1]}}));
   EXPECT_EQ(stored(settings), (IDs{"T0", "T1", "T2"}));
   const std::string failure =
       "fetch products failure\n[\n  \"error\": NSError(\n    domain: \"SKErrorDomain\",\n    code: 7,\n"
@@ -133,7 +134,8 @@ TEST_F(PaymentQueueTest, TwoStreamsBothHandleEveryBatchInOrder) {
   for (auto& ids : seen) {
     consumers.emplace_back([&ids, stream = queue.updates()]() mutable {
       for (int i = 0; i < batches; ++i) {
-        for (const auto& record : testing::nextWithin(stream, "batch " + std::to_string(i)).value_or(Batch{})) ids.push_back(record.id().value_or("?"));
+        const auto batch = testing::nextWithin(stream, "batch " + std::to_string(i)).value_or(Batch{});
+        for (const auto& record : batch) ids.push_back(record.id().value_or("?"));
       }
     });
   }
@@ -170,7 +172,7 @@ TEST_F(PaymentQueueTest, NoThreadWaitsForIdleStreamsOrPendingRequests) {
   backend->releaseHeld();
   backend->waitForAnswers();
   for (auto& stream : updates) EXPECT_TRUE(testing::nextWithin(stream, "a stream's batch").has_value());
-  EXPECT_TRUE(testing::nextWithin(updates.front(), "the first stream's second batch").has_value());  // the first stream had a second batch waiting
+  EXPECT_TRUE(testing::nextWithin(updates.front(), "the first stream's second batch").has_value());
 }
 
 TEST_F(PaymentQueueTest, StoreTransactionUpdatesPassBatchesAsReceivedUntilTheStreamEnds) {

@@ -89,7 +89,7 @@ TEST_F(TransactionQueueTest, AFailedProductsRequestDropsTheBatchSilently) {
   const auto next = testing::storeBatch({{.id = "T2"}});
   SKPaymentQueue::defaultQueue().reportUpdatedTransactions(next);
   const Transaction record = testing::expectedRecord({}, next[0]);
-  EXPECT_EQ(listener->batches.waitFor(1, "batch after the failed request"), std::vector<Batch>{{record}});  // only the second batch
+  EXPECT_EQ(listener->batches.waitFor(1, "batch after the failed request"), std::vector<Batch>{{record}});
   EXPECT_EQ(stored(*defaults), std::set<std::string>{"T2"});
   EXPECT_EQ(capture.messages(subsystem, "StoreKit"),
             (Strings{"transactions updated, count 1", "transactions updated, count 1",
