@@ -35,7 +35,7 @@ std::string longReceipt(std::size_t size) {
   return bytes;
 }
 
-std::vector<std::string> read(const std::string& contents) {
+std::vector<std::string> heardFor(const std::string& contents) {
   return {describe(std::vector<std::uint8_t>(contents.begin(), contents.end())), "completed"};
 }
 
@@ -50,9 +50,9 @@ TEST(ReceiptData, EachStartReadsAfreshAbsentWithoutAFileFailedWhenUnreadable) {
       {receipt, "", {"0 bytes:", "completed"}},
       {receipt, std::string("\x00\xff\r\n", 4), {"4 bytes: 0 255 13 10", "completed"}},
       // Around the 16 KiB the file is read by at a time.
-      {receipt, longReceipt(16384), read(longReceipt(16384))},
-      {receipt, longReceipt(16385), read(longReceipt(16385))},
-      {receipt, longReceipt(50000), read(longReceipt(50000))},
+      {receipt, longReceipt(16384), heardFor(longReceipt(16384))},
+      {receipt, longReceipt(16385), heardFor(longReceipt(16385))},
+      {receipt, longReceipt(50000), heardFor(longReceipt(50000))},
       {folder, std::nullopt, {"failed: filesystem error: cannot read the store receipt: Is a directory [" + folder.string() + "]"}},
   };
   for (const auto& [url, contents, heard] : examples) {
