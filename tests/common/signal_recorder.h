@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "common/deadline.h"
 #include "velquist/support/signal_producer.h"
 
 namespace velquist::testing {
@@ -19,7 +20,8 @@ inline std::string describeError(const std::exception_ptr& error) try {
 }
 
 /// Records what a subscriber hears, from any thread, as lines of text ("1", "failed: boom",
-/// "completed", "interrupted"), and lets the test wait for the terminal event.
+/// "completed", "interrupted"), and lets the test wait for the terminal event (what it heard
+/// until then, after a failure of the test, if the signal does not end in time).
 template <class Value>
 class SignalRecorder {
  public:
@@ -32,15 +34,17 @@ class SignalRecorder {
             [this](std::exception_ptr error) { add("failed: " + describeFailure_(error), true); },
             [this] { add("completed", true); }, [this] { add("interrupted", true); }};
   }
-  std::vector<std::string> events() const { return waitFor(false); }
-  std::vector<std::string> waitForEnd() const { return waitFor(true); }
-
- private:
-  std::vector<std::string> waitFor(bool end) const {
-    std::unique_lock lock(mutex_);
-    ended_.wait(lock, [&] { return hasEnded_ || !end; });
+  std::vector<std::string> events() const {
+    std::lock_guard lock(mutex_);
     return events_;
   }
+  std::vector<std::string> waitForEnd() const {
+    std::unique_lock lock(mutex_);
+    waitUntil(ended_, lock, [&] { return hasEnded_; }, "a signal to end");
+    return events_;
+  }
+
+ private:
   void add(std::string event, bool terminal) {
     std::lock_guard lock(mutex_);  // notified under the lock: the waiter may destroy the recorder at once
     events_.push_back(std::move(event));

@@ -86,22 +86,24 @@ TEST(DisplayDiscount, FormatsThePercentageInTheCurrentLocale) {
 TEST(DisplayPrice, RoundingRulesMapToFormatterModesIncludingTheOddRows) {
   const struct {
     Rule rule;
-    const char* at985;
-    const char* at987;
-    const char* at981;
+    std::string at985;
+    std::string at975;  // a tie that half down and half even round apart
+    std::string at987;
+    std::string at981;
   } cases[] = {
-      {Rule::toNearestOrAwayFromZero, "$9.99", "$9.99", "$9.98"},
-      {Rule::toNearestOrEven, "$9.98", "$9.99", "$9.98"},
-      {Rule::up, "$9.99", "$9.99", "$9.99"},
-      {Rule::down, "$9.98", "$9.98", "$9.98"},
-      {Rule::towardZero, "$9.98", "$9.99", "$9.98"},  // half down, not truncation
-      {Rule::awayFromZero, "$9.99", "$9.99", "$9.99"},
-      {static_cast<Rule>(99), "$9.99", "$9.99", "$9.99"},  // a rule not listed rounds up
+      {Rule::toNearestOrAwayFromZero, "$9.99", "$9.98", "$9.99", "$9.98"},
+      {Rule::toNearestOrEven, "$9.98", "$9.98", "$9.99", "$9.98"},
+      {Rule::up, "$9.99", "$9.98", "$9.99", "$9.99"},
+      {Rule::down, "$9.98", "$9.97", "$9.98", "$9.98"},
+      {Rule::towardZero, "$9.98", "$9.97", "$9.99", "$9.98"},  // half down, not truncation
+      {Rule::awayFromZero, "$9.99", "$9.98", "$9.99", "$9.99"},
+      {static_cast<Rule>(99), "$9.99", "$9.98", "$9.99", "$9.99"},  // a rule not listed rounds up
   };
   const Locale us("en_US");
   for (const auto& c : cases) {
     SCOPED_TRACE(static_cast<int>(c.rule));
     EXPECT_EQ(displayPrice(dec("9.985"), us, c.rule), c.at985);
+    EXPECT_EQ(displayPrice(dec("9.975"), us, c.rule), c.at975);
     EXPECT_EQ(displayPrice(dec("9.987"), us, c.rule), c.at987);
     EXPECT_EQ(displayPrice(dec("9.981"), us, c.rule), c.at981);
   }

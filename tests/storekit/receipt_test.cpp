@@ -15,11 +15,28 @@ namespace {
 namespace fs = std::filesystem;
 using Bytes = std::optional<std::vector<std::uint8_t>>;
 
+// The size, and the bytes themselves while few; a longer receipt by a fingerprint of its bytes.
 std::string describe(const Bytes& bytes) {
   if (!bytes) return "absent";
   std::string text = std::to_string(bytes->size()) + " bytes:";
+  if (bytes->size() > 8) {
+    std::uint64_t hash = 14695981039346656037u;  // FNV-1a
+    for (const std::uint8_t byte : *bytes) hash = (hash ^ byte) * 1099511628211u;
+    return text + " fnv " + std::to_string(hash);
+  }
   for (const std::uint8_t byte : *bytes) text += " " + std::to_string(byte);
   return text;
+}
+
+// `size` bytes in which no 16 KiB block repeats another.
+std::string longReceipt(std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 7 + i / 16384);
+  return bytes;
+}
+
+std::vector<std::string> heardFor(const std::string& contents) {
+  return {describe(std::vector<std::uint8_t>(contents.begin(), contents.end())), "completed"};
 }
 
 TEST(ReceiptData, EachStartReadsAfreshAbsentWithoutAFileFailedWhenUnreadable) {
@@ -32,6 +49,10 @@ TEST(ReceiptData, EachStartReadsAfreshAbsentWithoutAFileFailedWhenUnreadable) {
       {receipt, std::nullopt, {"absent", "completed"}},
       {receipt, "", {"0 bytes:", "completed"}},
       {receipt, std::string("\x00\xff\r\n", 4), {"4 bytes: 0 255 13 10", "completed"}},
+      // Around the 16 KiB the file is read by at a time.
+      {receipt, longReceipt(16384), heardFor(longReceipt(16384))},
+      {receipt, longReceipt(16385), heardFor(longReceipt(16385))},
+      {receipt, longReceipt(50000), heardFor(longReceipt(50000))},
       {folder, std::nullopt, {"failed: filesystem error: cannot read the store receipt: Is a directory [" + folder.string() + "]"}},
   };
   for (const auto& [url, contents, heard] : examples) {

@@ -11,6 +11,7 @@
 #include <tuple>
 #include <vector>
 
+#include "common/deadline.h"
 #include "common/reported_failures.h"
 #include "velquist/platform/environment_values.h"
 #include "velquist/platform/os_version.h"
@@ -69,7 +70,9 @@ TEST_F(RequestReview, LiveValueChoosesByVersionAndScene) {
       const bool answer = RequestReviewKey::liveValue()();
       MainQueue::shared().enqueue([&outcome, answer] { outcome = answer ? "yes" : "no"; });
     });
-    MainQueue::shared().runUntil([&] { return outcome.has_value(); });
+    testing::Deadline deadline("the answer of a review requested from another thread");
+    MainQueue::shared().runUntil([&] { return outcome.has_value(); }, deadline.token());
+    ASSERT_FALSE(deadline.expired());
     *outcome += " env " + std::to_string(EnvironmentValues::requestReviewCount());
     for (const auto& scene : SKStoreReviewController::requests()) *outcome += " " + scene->identifier();
     EXPECT_EQ(outcome, expected);
@@ -88,9 +91,9 @@ TEST_F(RequestReview, CalledOnTheMainActorItselfDoesNotWaitForItself) {
 TEST_F(RequestReview, CancellingTheCallerEndsTheWaitAndCancelsTheMainActorTask) {
   std::stop_source stop;
   std::optional<bool> answer;
-  std::jthread caller([&] { answer = RequestReviewKey::liveValue()(stop.get_token()); });
+  testing::GuardedThread caller([&] { answer = RequestReviewKey::liveValue()(stop.get_token()); });
   stop.request_stop();  // nobody runs the main queue meanwhile
-  caller.join();
+  caller.join("the stopped review request to return");
   EXPECT_EQ(answer, false);
   std::optional<bool> taskCancelled;
   EnvironmentValues::setRequestReviewHandler([&] { taskCancelled = support::Task::isCurrentCancelled(); });

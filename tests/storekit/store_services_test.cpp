@@ -11,6 +11,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "common/deadline.h"
 #include "common/scripted_store_backend.h"
 #include "velquist/storekit/store/product_request.h"
 #include "velquist/storekit/store/storefront.h"
@@ -63,9 +64,9 @@ TEST_F(ProductRequest, TheStoresErrorIsPassedOnUnchanged) {
 TEST_F(ProductRequest, StoppingBeforeTheAnswerEndsTheWaitAndCancelsTheStoreRequest) {
   backend->holdAnswers(true);
   std::stop_source stop;
-  std::jthread caller([&] { EXPECT_THROW(products({"a"}, stop.get_token()), support::CancellationError); });
+  testing::GuardedThread caller([&] { EXPECT_THROW(products({"a"}, stop.get_token()), support::CancellationError); });
   stop.request_stop();  // whether the caller is already waiting or not, the answer is held
-  caller.join();
+  caller.join("the stopped products request to return");
   EXPECT_EQ(backend->cancelled(), 1u);
   backend->releaseHeld();  // a late answer reaches nobody
   backend->waitForAnswers();

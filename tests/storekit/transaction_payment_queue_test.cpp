@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "common/deadline.h"
 #include "common/scripted_store_backend.h"
 #include "storekit/transaction_scenarios.h"
 #include "velquist/logging/log_capture.h"
@@ -58,12 +59,12 @@ TEST_F(PaymentQueueTest, ClassifiesEachPurchaseAgainstTheStoredSet) {
     }
     logging::LogCapture capture;
     SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
-    EXPECT_EQ(updates.next(), expected);
+    EXPECT_EQ(testing::nextWithin(updates, "the classified batch"), expected);
     EXPECT_EQ(stored(settings), scenario.storedAfter);
     EXPECT_EQ(capture.messages(subsystem, "StoreKit"), expectedLog);
     for (const auto& entry : capture.entries()) EXPECT_EQ(entry.level, logging::LogLevel::info);
     detail::endPaymentQueueObservations();
-    EXPECT_EQ(updates.next(), std::nullopt);
+    EXPECT_EQ(testing::nextWithin(updates, "the end of the stream"), std::nullopt);
   }
 }
 
@@ -76,7 +77,8 @@ TEST_F(PaymentQueueTest, AFailedProductsRequestIsLoggedAndTheBatchHandledWithout
   // Without products no trial is recognised: the trial product's purchase is a first one.
   const auto batch = storeBatch({{.id = "T1"}, {.product = "pro.trial", .id = "T2"}, {.id = "T3", .original = "T0"}});
   SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
-  EXPECT_EQ(updates.next(), (Batch{{.transaction = batch[0]}, {.transaction = batch[1]}}));
+  EXPECT_EQ(testing::nextWithin(updates, "the batch handled without products"),
+            (Batch{{.transaction = batch[0]}, {.transaction = batch[1]}}));
   EXPECT_EQ(stored(settings), (IDs{"T0", "T1", "T2"}));
   const std::string failure =
       "fetch products failure\n[\n  \"error\": NSError(\n    domain: \"SKErrorDomain\",\n    code: 7,\n"
@@ -118,7 +120,7 @@ TEST_F(PaymentQueueTest, ObservationGoesOnAfterTheConsumerHasGone) {
   EXPECT_EQ(observerCount(), before + 1);  // still observing
   logging::LogCapture quiet;
   SKPaymentQueue::defaultQueue().reportUpdatedTransactions(storeBatch({{.id = "T1"}}));
-  EXPECT_EQ(writes->waitFor(1), std::vector<Bytes>{bytes("T1")});
+  EXPECT_EQ(writes->waitFor(1, "write of the stored set"), std::vector<Bytes>{bytes("T1")});
   detail::endPaymentQueueObservations();
   EXPECT_EQ(observerCount(), before);
 }
@@ -132,7 +134,8 @@ TEST_F(PaymentQueueTest, TwoStreamsBothHandleEveryBatchInOrder) {
   for (auto& ids : seen) {
     consumers.emplace_back([&ids, stream = queue.updates()]() mutable {
       for (int i = 0; i < batches; ++i) {
-        for (const auto& record : stream.next().value_or(Batch{})) ids.push_back(record.id().value_or("?"));
+        const auto batch = testing::nextWithin(stream, "batch " + std::to_string(i)).value_or(Batch{});
+        for (const auto& record : batch) ids.push_back(record.id().value_or("?"));
       }
     });
   }
@@ -160,16 +163,16 @@ TEST_F(PaymentQueueTest, NoThreadWaitsForIdleStreamsOrPendingRequests) {
   std::vector<support::AsyncStream<Batch>> updates;
   updates.push_back(queue.updates());  // its first batch starts the shared pool's workers
   SKPaymentQueue::defaultQueue().reportUpdatedTransactions(storeBatch({{.id = "warm-up"}}));
-  while (backend->heldCount() < 1) std::this_thread::yield();
+  testing::pollUntil([&] { return backend->heldCount() >= 1; }, "the first products request");
   const auto before = threads();
   for (std::size_t i = 1; i < streams; ++i) updates.push_back(queue.updates());
   SKPaymentQueue::defaultQueue().reportUpdatedTransactions(storeBatch({{.id = "T1"}}));
-  while (backend->heldCount() < streams) std::this_thread::yield();  // every stream's request pending
+  testing::pollUntil([&] { return backend->heldCount() >= streams; }, "a products request of every stream");
   EXPECT_LT(threads(), before + streams / 2);
   backend->releaseHeld();
   backend->waitForAnswers();
-  for (auto& stream : updates) EXPECT_TRUE(stream.next().has_value());
-  EXPECT_TRUE(updates.front().next().has_value());  // the first stream had a second batch waiting
+  for (auto& stream : updates) EXPECT_TRUE(testing::nextWithin(stream, "a stream's batch").has_value());
+  EXPECT_TRUE(testing::nextWithin(updates.front(), "the first stream's second batch").has_value());
 }
 
 TEST_F(PaymentQueueTest, StoreTransactionUpdatesPassBatchesAsReceivedUntilTheStreamEnds) {
@@ -179,8 +182,8 @@ TEST_F(PaymentQueueTest, StoreTransactionUpdatesPassBatchesAsReceivedUntilTheStr
     const auto batch = storeBatch({{.id = "T1"}, {.state = platform::SKPaymentTransactionState::failed}});
     SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
     SKPaymentQueue::defaultQueue().reportUpdatedTransactions({});
-    EXPECT_EQ(updates.next(), batch);
-    EXPECT_EQ(updates.next(), SKPaymentQueue::Transactions{});
+    EXPECT_EQ(testing::nextWithin(updates, "the reported batch"), batch);
+    EXPECT_EQ(testing::nextWithin(updates, "the empty batch"), SKPaymentQueue::Transactions{});
   }
   EXPECT_EQ(observerCount(), before);  // unregistered with the stream's end
 }

@@ -66,8 +66,8 @@ TEST_F(TransactionQueueTest, ClassifiesEachPurchaseAgainstTheStoredSet) {
     }
     logging::LogCapture capture;
     SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
-    const auto delivered = listener->batches.waitFor(1);
-    EXPECT_EQ(other->batches.waitFor(1), delivered);
+    const auto delivered = listener->batches.waitFor(1, "batch at the first listener");
+    EXPECT_EQ(other->batches.waitFor(1, "batch at the second listener"), delivered);
     EXPECT_EQ(delivered, std::vector<Batch>{expected});
     EXPECT_EQ(stored(*defaults), scenario.storedAfter);
     EXPECT_EQ(capture.messages(subsystem, "StoreKit"), expectedLog);
@@ -89,7 +89,7 @@ TEST_F(TransactionQueueTest, AFailedProductsRequestDropsTheBatchSilently) {
   const auto next = testing::storeBatch({{.id = "T2"}});
   SKPaymentQueue::defaultQueue().reportUpdatedTransactions(next);
   const Transaction record = testing::expectedRecord({}, next[0]);
-  EXPECT_EQ(listener->batches.waitFor(1), std::vector<Batch>{{record}});  // only the second batch
+  EXPECT_EQ(listener->batches.waitFor(1, "batch after the failed request"), std::vector<Batch>{{record}});
   EXPECT_EQ(stored(*defaults), std::set<std::string>{"T2"});
   EXPECT_EQ(capture.messages(subsystem, "StoreKit"),
             (Strings{"transactions updated, count 1", "transactions updated, count 1",
@@ -156,7 +156,7 @@ TEST_F(TransactionQueueTest, ListenersChangingDuringDeliverySeeWholeBatches) {
         testing::storeBatch({{.state = S::restored, .id = std::to_string(i)}, {.state = S::deferred}}));
     backend->waitForAnswers();  // keeps the reported order on the scheduler
   }
-  const auto seen = permanent->batches.waitFor(batches);
+  const auto seen = permanent->batches.waitFor(batches, "batches at the permanent listener");
   done = true;
   first.join(), second.join();
   EXPECT_TRUE(queue->isListeningTransactions());

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "common/deadline.h"
 #include "velquist/platform/sk_payment_queue.h"
 #include "velquist/platform/sk_product.h"
 #include "velquist/storekit/transactions/transaction_queue.h"
@@ -137,10 +138,11 @@ struct Inbox {
     values.push_back(std::move(value));
     arrived.notify_all();
   }
-  /// Waits until `count` values have arrived, then returns all that have.
-  std::vector<T> waitFor(std::size_t count) const {
+  /// Waits until `count` values have arrived, then returns all that have (fewer, after a
+  /// failure of the test naming `what`, if they do not arrive in time).
+  std::vector<T> waitFor(std::size_t count, const std::string& what = "values") const {
     std::unique_lock lock(mutex);
-    arrived.wait(lock, [&] { return values.size() >= count; });
+    waitUntil(arrived, lock, [&] { return values.size() >= count; }, std::to_string(count) + " " + what + " to arrive");
     return values;
   }
   mutable std::mutex mutex;

@@ -11,6 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include "common/deadline.h"
+
 namespace velquist::support {
 namespace {
 
@@ -57,9 +59,9 @@ TEST(AsyncStream, DroppingOrStoppingTheConsumerEndsTheStreamOnce) {
   EXPECT_EQ(terminations, 1);  // open while both ends are there
   std::stop_source stop;
   std::optional<int> got = 0;
-  std::thread consumer([&] { got = stopped.next(stop.get_token()); });
+  testing::GuardedThread consumer([&] { got = stopped.next(stop.get_token()); });
   stop.request_stop();
-  consumer.join();
+  consumer.join("the stopped consumer to return");
   EXPECT_EQ(got, std::nullopt);
   EXPECT_EQ(terminations, 2);
   EXPECT_FALSE(kept->yield(7));
@@ -80,9 +82,11 @@ TEST(AsyncStream, ValuesFromManyThreadsAllArriveInEachProducersOrder) {
     }
   });  // the threads hold the only continuations: the stream ends when the last is done
   std::vector<int> received(producers, 0);  // how many values came from each producer so far
-  while (auto value = stream.next()) {
+  testing::Deadline deadline("the end of a stream fed by four threads");
+  while (auto value = stream.next(deadline.token())) {
     EXPECT_EQ(*value % perProducer, received.at(*value / perProducer)++);  // in each producer's order, none lost
   }
+  EXPECT_FALSE(deadline.expired());
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(received, std::vector<int>(producers, perProducer));
 }

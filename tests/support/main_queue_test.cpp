@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/deadline.h"
 #include "velquist/support/task.h"
 
 namespace velquist::support {
@@ -32,7 +33,9 @@ TEST(MainQueue, RunUntilWaitsForJobsFromOtherThreadsAndStopsOnItsToken) {
   MainQueue queue;
   int received = 0;  // only touched by jobs, so only by this thread
   std::jthread sender([&] { for (int i = 0; i < 100; ++i) queue.enqueue([&] { ++received; }); });
-  queue.runUntil([&] { return received == 100; });
+  testing::Deadline deadline("100 jobs enqueued by another thread");
+  queue.runUntil([&] { return received == 100; }, deadline.token());
+  EXPECT_FALSE(deadline.expired());
   EXPECT_EQ(received, 100);
   std::stop_source stop;
   std::jthread stopper([&] { stop.request_stop(); });

@@ -36,11 +36,12 @@ std::string quoted(const std::string& argument) {
 RunResult runVsk(const std::vector<std::string>& arguments) {
   const auto dir = fs::temp_directory_path() / ("vsk_test_" + std::to_string(::getpid()) + "_" + std::to_string(std::rand()));
   fs::create_directories(dir);
-  std::string command = quoted(VSK_PATH);
+  std::string command = "timeout 60 " + quoted(VSK_PATH);  // a hung tool fails its test
   for (const auto& argument : arguments) command += " " + quoted(argument);
   command += " >" + quoted((dir / "out").string()) + " 2>" + quoted((dir / "err").string());
   const int status = std::system(command.c_str());
   RunResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(dir / "out"), slurp(dir / "err")};
+  if (result.exitCode == 124) ADD_FAILURE() << "Gave up waiting for vsk " << arguments.at(0) << " to end (waited 60 s)";
   fs::remove_all(dir);
   return result;
 }
@@ -65,22 +66,16 @@ void expectContains(const std::string& text, const std::vector<std::string>& par
   for (const auto& part : parts) EXPECT_NE(text.find(part), std::string::npos) << part << "\nin:\n" << text;
 }
 
+// Each command's arguments reach the library; what the library computes is tested with it.
 TEST(Vsk, PrintsWhatEachCommandComputes) {
   const struct {
     std::vector<std::string> arguments;
     std::string expected;
   } cases[] = {
-      {{"period", "P1W"}, "unit: week\nvalue: 1\ndays: 7\nanalytics: 7_day\n"},
       {{"period", "P2W"}, "unit: week\nvalue: 2\ndays: 14\nanalytics: 2_week\n"},
-      {{"period", "P3M"}, "unit: month\nvalue: 3\ndays: 84\nanalytics: 3_month\n"},
-      {{"period", "P1Y"}, "unit: year\nvalue: 1\ndays: 336\nanalytics: 1_year\n"},
-      {{"price", "9.99", "--locale", "en_US"}, "amount: 9.99\ndisplay price: $9.99\n"},
-      {{"price", "4.99", "--locale", "en_US", "--per", "P1W", "--to", "P1Y"},
-       "amount: 260.3712140000000510976\ndisplay price: $260.37\n"},
       {{"price", "4.99", "--locale", "en_US", "--per", "P1W", "--to", "P1Y", "--rounding", "up"},
        "amount: 260.3712140000000510976\ndisplay price: $260.38\n"},
       {{"price", "1234.5", "--locale", "de_DE"}, "amount: 1234.5\ndisplay price: 1.234,50\u00a0€\n"},
-      {{"discount", "39.99", "P1Y", "4.99", "P1W", "--locale", "en_US"}, "discount: 0.85\ndisplay discount: 85%\n"},
       {{"discount", "0.99", "P1W", "2.99", "P1M", "--locale", "en_US"}, "discount: -0.44\ndisplay discount: -44%\n"},
       {{"discount", "12.5", "once", "100", "once", "--locale", "de_DE"}, "discount: 0.88\ndisplay discount: 88\u00a0%\n"},
       {{"decode", "period", example("period.json")}, "Product.SubscriptionPeriod(\n  unit: .week,\n  value: 1\n)\n"},

@@ -48,7 +48,7 @@ int main(int argc, char** argv) {
       if (i % 4 == 3) row.state = platform::SKPaymentTransactionState::failed;
     }
     platform::SKPaymentQueue::defaultQueue().reportUpdatedTransactions(testing::storeBatch(rows));
-    listener->delivered.waitFor(static_cast<std::size_t>(b) + 1);
+    listener->delivered.waitFor(static_cast<std::size_t>(b) + 1, "deliveries");
   }
   storekit::TransactionQueue::live()->remove(listener);
 }
