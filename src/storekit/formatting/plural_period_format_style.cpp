@@ -6,11 +6,12 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
-#include "velquist/storekit/formatting/period_format_style.h"
 #include "velquist/support/hasher.h"
 #include "velquist/support/mutex.h"
 
@@ -217,12 +218,11 @@ std::string Style::format(const Period& period, const foundation::Locale& locale
   }
 
   if (auto text = icuText(count, unit, width_, locale.identifier(), writeNumber)) return *std::move(text);
-  // ICU could not format (it falls back to its root locale for unknown languages, so this
-  // takes a broken ICU installation): the library's own style still says something true.
-  return Period::FormatStyle(width_ == Width::complete ? formatting::UnitStyle::complete
-                                                       : formatting::UnitStyle::shortened,
-                             unitsCollapsed_, unitsExpanded_, valueDisplayStrategy_)
-      .format(period);
+  // ICU could not format (it falls back to its root locale for languages it does not know,
+  // so this takes a broken ICU installation): the number and the unit's name still say
+  // something true.
+  const std::string name(description(unit));
+  return writeNumber ? std::to_string(count) + " " + name : name;
 }
 
 std::string pluralUnitWord(Unit unit, std::int64_t count, Width width, const foundation::Locale& locale) {
