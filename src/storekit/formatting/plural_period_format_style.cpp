@@ -221,7 +221,7 @@ std::string Style::format(const Period& period, const foundation::Locale& locale
   // ICU could not format (it falls back to its root locale for languages it does not know,
   // so this takes a broken ICU installation): the number and the unit's name still say
   // something true.
-  const std::string name(description(unit));
+  const std::string name(storekit::description(unit));
   return writeNumber ? std::to_string(count) + " " + name : name;
 }
 
