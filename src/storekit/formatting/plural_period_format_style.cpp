@@ -196,33 +196,33 @@ std::string Style::format(const Period& period, const foundation::Locale& locale
   const bool always = valueDisplayStrategy_ == ValueDisplayStrategy::always;
   // The same cases as FormatStyle, first match wins: which count of which unit is written,
   // and whether its number is.
-  std::int64_t count = period.value;
-  Unit unit = period.unit;
+  std::int64_t shownCount = period.value;
+  Unit shownUnit = period.unit;
   bool writeNumber = true;
   if (period.unit == Unit::day && period.value == 7 && contains(unitsCollapsed_, Unit::day)) {
-    count = 1;
-    unit = Unit::week;
+    shownCount = 1;
+    shownUnit = Unit::week;
     writeNumber = always;
   } else if (period.unit == Unit::month && period.value == 12 && contains(unitsCollapsed_, Unit::month)) {
-    count = 1;
-    unit = Unit::year;
+    shownCount = 1;
+    shownUnit = Unit::year;
     writeNumber = always;
   } else if (period.unit == Unit::week && period.value == 1 && contains(unitsExpanded_, Unit::week)) {
-    count = 7;
-    unit = Unit::day;
+    shownCount = 7;
+    shownUnit = Unit::day;
   } else if (period.unit == Unit::year && period.value == 1 && contains(unitsExpanded_, Unit::year)) {
-    count = 12;
-    unit = Unit::month;
+    shownCount = 12;
+    shownUnit = Unit::month;
   } else if (period.value == 1) {
     writeNumber = always;
   }
 
-  if (auto text = icuText(count, unit, width_, locale.identifier(), writeNumber)) return *std::move(text);
+  if (auto text = icuText(shownCount, shownUnit, width_, locale.identifier(), writeNumber)) return *std::move(text);
   // ICU could not format (it falls back to its root locale for languages it does not know,
   // so this takes a broken ICU installation): the number and the unit's name still say
   // something true.
-  const std::string name(storekit::description(unit));
-  return writeNumber ? std::to_string(count) + " " + name : name;
+  const std::string name(storekit::description(shownUnit));
+  return writeNumber ? std::to_string(shownCount) + " " + name : name;
 }
 
 std::string pluralUnitWord(Unit unit, std::int64_t count, Width width, const foundation::Locale& locale) {
