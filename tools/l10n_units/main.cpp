@@ -83,6 +83,16 @@ std::string readFile(const fs::path& path) {
   return std::string(std::istreambuf_iterator<char>(stream), {});
 }
 
+Json parseFile(const fs::path& path, const std::string& text) {
+  try {
+    Json parsed = Json::parse(text);
+    if (!parsed.is_object()) throw std::runtime_error("the top level is not an object");
+    return parsed;
+  } catch (const std::exception& error) {
+    throw std::runtime_error(path.string() + ": not a catalogue file (" + error.what() + "); nothing was written to it");
+  }
+}
+
 // The catalogue's own layout: one entry a line, two spaces in, text as written (no \u escapes).
 std::string render(const Json& entries) {
   std::string text = "{\n";
@@ -146,7 +156,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
-    const Json english = Json::parse(readFile(*folder / "en.json"));
+    const fs::path englishPath = *folder / "en.json";
+    const Json english = parseFile(englishPath, readFile(englishPath));
     std::vector<fs::path> files;
     for (const auto& entry : fs::directory_iterator(*folder)) {
       if (entry.path().extension() == ".json") files.push_back(entry.path());
@@ -155,7 +166,7 @@ int main(int argc, char** argv) {
     int differing = 0;
     for (const fs::path& path : files) {
       const std::string before = readFile(path);
-      const std::string after = regenerated(path.stem().string(), Json::parse(before), english);
+      const std::string after = regenerated(path.stem().string(), parseFile(path, before), english);
       if (before == after) continue;
       ++differing;
       if (check) {
