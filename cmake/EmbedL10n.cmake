@@ -1,9 +1,11 @@
 # Builds the localisation data files into C++: run as
 #   cmake -DOUTPUT=<file.cpp> -P EmbedL10n.cmake -- <language>.json...
 # Each file becomes a byte array named after its language (the file name without ".json").
-# A file that is not a flat JSON object of strings, or whose name is not a two- or
-# three-letter lower-case language code, stops the build with a message naming it; so does
-# a missing English file, since every other language falls back to English.
+# A file name is a two- or three-letter lower-case language code, optionally followed by a
+# script ("_Hant") and/or a region ("_PT", "_419"): `pt.json`, `pt_PT.json`, `zh_Hant.json`.
+# A file that is not a flat JSON object of strings, or whose name is not such a code, stops
+# the build with a message naming it; so does a missing English file, since every other
+# language falls back to English.
 
 if(NOT OUTPUT)
   message(FATAL_ERROR "EmbedL10n.cmake: OUTPUT is not set")
@@ -30,8 +32,9 @@ set(table "")
 set(index 0)
 foreach(path IN LISTS inputs)
   get_filename_component(language "${path}" NAME_WE)
-  if(NOT language MATCHES "^[a-z][a-z][a-z]?$")
-    message(FATAL_ERROR "${path}: the file name must be a language code of two or three lower-case letters")
+  if(NOT language MATCHES "^[a-z][a-z][a-z]?(_[A-Z][a-z][a-z][a-z])?(_[A-Z][A-Z]|_[0-9][0-9][0-9])?$")
+    message(FATAL_ERROR "${path}: the file name must be a language code of two or three lower-case letters, "
+                        "optionally with a script and a region (pt_PT, zh_Hant, es_419)")
   endif()
 
   file(READ "${path}" text)

@@ -1,5 +1,7 @@
 #include "velquist/coreui/l10n.h"
 
+#include <unicode/locid.h>
+
 #include <initializer_list>
 
 #include "l10n_data.h"
@@ -17,9 +19,21 @@ using foundation::JsonValue;
 // The language every other one falls back to.
 constexpr std::string_view fallbackLanguage = "en";
 
+// The catalogue code of the current locale. The choice takes ICU's likely-subtags lookup,
+// so each thread remembers its last answer; the locale usually stays the same for long.
 std::string currentLanguage() {
-  return foundation::Locale::current().languageCode().value_or(std::string(fallbackLanguage));
+  thread_local std::string lastIdentifier;
+  thread_local std::string lastLanguage;
+  std::string identifier = foundation::Locale::current().identifier();
+  if (lastLanguage.empty() || identifier != lastIdentifier) {
+    lastLanguage = Catalogue::builtIn().languageFor(identifier);
+    lastIdentifier = std::move(identifier);
+  }
+  return lastLanguage;
 }
+
+// The language part of a catalogue code: "pt" for "pt_PT", "zh" for "zh_Hant".
+std::string_view baseLanguage(std::string_view code) { return code.substr(0, code.find('_')); }
 
 // Copies `sentence`, writing each placeholder's value where the placeholder stands. The scan
 // moves past what it writes, so a value that itself looks like a placeholder stays as it is.
@@ -83,8 +97,38 @@ const Catalogue& Catalogue::builtIn() {
   return catalogue;
 }
 
+std::string Catalogue::languageFor(std::string_view localeIdentifier) const {
+  const std::string identifier(localeIdentifier);
+  if (identifier.find('\0') != std::string::npos) return std::string(fallbackLanguage);
+  const icu::Locale locale(identifier.c_str());
+  if (locale.isBogus()) return std::string(fallbackLanguage);
+  std::string language = locale.getLanguage();
+  // Codes that name the same language as a catalogue file under another name.
+  if (language == "no") language = "nb";
+  if (language == "iw") language = "he";
+  if (language == "in") language = "id";
+  const std::string region = locale.getCountry();
+  std::string script = locale.getScript();
+  if (script.empty() && !language.empty()) {
+    // The script the language is written in there: Traditional Chinese in Taiwan and Hong Kong.
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale likely(language.c_str(), region.c_str());
+    likely.addLikelySubtags(status);
+    if (U_SUCCESS(status)) script = likely.getScript();
+  }
+  std::vector<std::string> candidates;
+  if (!script.empty() && !region.empty()) candidates.push_back(language + "_" + script + "_" + region);
+  if (!script.empty()) candidates.push_back(language + "_" + script);
+  if (!region.empty()) candidates.push_back(language + "_" + region);
+  candidates.push_back(language);
+  for (const std::string& candidate : candidates) {
+    if (languages_.contains(candidate)) return candidate;
+  }
+  return std::string(fallbackLanguage);
+}
+
 std::string Catalogue::text(std::string_view key, std::string_view languageCode) const {
-  for (const std::string_view language : {languageCode, fallbackLanguage}) {
+  for (const std::string_view language : {languageCode, baseLanguage(languageCode), fallbackLanguage}) {
     const auto entries = languages_.find(language);
     if (entries == languages_.end()) continue;
     const auto entry = entries->second.find(key);

@@ -44,13 +44,52 @@ TEST(L10nCurrent, EveryEntryReadsItsOwnTextInTheLanguageCurrentAtEachCall) {
   const std::vector<std::tuple<std::string, std::int64_t, std::string, std::string>> freeTrials = {
       {"en_US", 3, "days", "3 days free"}, {"ru_RU", 3, "дня", "3 дня бесплатно"}, {"de_AT", 14, "Tage", "14 Tage kostenlos"},
       {"en_US", INT64_MIN, "days", "-9223372036854775808 days free"}, {"", 5, "{length}", "5 {length} free"},
-      {"ar_EG", 1234567, "", "1234567  free"},  // no file, or no language: English; plain ASCII digits
+      {"sw_KE", 1234567, "", "1234567  free"},  // no file, or no language: English; plain ASCII digits
+      {"ar_EG", 3, "أيام", "3 أيام مجانًا"}, {"zh_TW", 7, "天", "免費試用 7 天"}, {"ko_KR", 1, "주", "1주 무료"},
   };
   for (const auto& [locale, length, word, expected] : freeTrials) {
     Locale::setCurrent(Locale(locale));
     EXPECT_EQ(Offer::freeTrial(length, word), expected) << locale << " " << length << " " << word;
   }
   Locale::setCurrent(std::nullopt);  // the process-wide locale back as it was
+}
+
+TEST(L10nCatalogue, ALocaleReadsTheFileOfItsVariantThenOfItsLanguageThenEnglish) {
+  const L10n::Catalogue& catalogue = L10n::Catalogue::builtIn();
+  for (const auto& [locale, expected] : std::vector<std::pair<std::string, std::string>>{
+           {"zh_TW", "zh_Hant"}, {"zh_Hant_HK", "zh_Hant"}, {"zh_HK", "zh_Hant"}, {"zh_Hant", "zh_Hant"},
+           {"zh_CN", "zh"}, {"zh_Hans_SG", "zh"}, {"zh", "zh"},
+           {"pt_PT", "pt_PT"}, {"pt_BR", "pt"}, {"pt", "pt"},
+           {"es_MX", "es_MX"}, {"es_ES", "es"}, {"es_AR", "es"}, {"es-MX", "es_MX"},
+           {"fr_CA", "fr_CA"}, {"fr_FR", "fr"}, {"fr_CA@currency=USD", "fr_CA"},
+           {"nb_NO", "nb"}, {"no_NO", "nb"}, {"no", "nb"}, {"iw_IL", "he"}, {"in_ID", "id"},
+           {"ru_UA", "ru"}, {"de_AT", "de"}, {"en_US_POSIX", "en"},
+           {"sw_KE", "en"}, {"", "en"}, {"!!", "en"}, {std::string("ru\0_RU", 6), "en"}}) {
+    EXPECT_EQ(catalogue.languageFor(locale), expected) << locale;
+  }
+
+  // Through the current locale: the variants differ from their language where it matters.
+  namespace Mode = Offer::PaymentMode;
+  for (const auto& [locale, entry, expected] : std::vector<std::tuple<std::string, std::string (*)(), std::string>>{
+           {"zh_TW", Week::plural2, "週"}, {"zh_CN", Week::plural2, "周"}, {"zh_Hant_HK", Month::plural, "個月"},
+           {"pt_PT", Mode::payUpFront, "Pagamento adiantado"}, {"pt_BR", Mode::payUpFront, "Pagamento antecipado"},
+           {"es_MX", Mode::payAsYouGo, "Pago por periodo"}, {"es_ES", Mode::payAsYouGo, "Pago por período"},
+           {"fr_CA", Mode::payUpFront, "Paiement d’avance"}, {"fr_BE", Mode::payUpFront, "Paiement anticipé"},
+           {"no_NO", Week::plural, "uker"}, {"pl_PL", Month::plural2, "miesięcy"}, {"ja_JP", Week::plural, "週間"}}) {
+    Locale::setCurrent(Locale(locale));
+    EXPECT_EQ(entry(), expected) << locale;
+  }
+  Locale::setCurrent(std::nullopt);
+
+  // An entry a variant lacks comes from its language, then from English.
+  using Files = std::vector<L10n::Catalogue::DataFile>;
+  const L10n::Catalogue partial(Files{{"en", R"({"a":"A","b":"B","c":"C"})"}, {"pt", R"({"a":"A-pt","b":"B-pt"})"},
+                                      {"pt_PT", R"({"a":"A-PT"})"}});
+  for (const auto& [key, expected] : std::vector<std::pair<std::string, std::string>>{
+           {"a", "A-PT"}, {"b", "B-pt"}, {"c", "C"}, {"d", "d"}}) {
+    EXPECT_EQ(partial.text(key, partial.languageFor("pt_PT")), expected) << key;
+  }
+  EXPECT_EQ(partial.text("a", partial.languageFor("pt_AO")), "A-pt");
 }
 
 TEST(L10nCatalogue, FallsBackToEnglishThenToTheKeyAndRejectsAnythingButAFlatObjectOfTexts) {

@@ -72,7 +72,20 @@ TEST(Vsk, PrintsWhatEachCommandComputes) {
     std::vector<std::string> arguments;
     std::string expected;
   } cases[] = {
-      {{"period", "P2W"}, "unit: week\nvalue: 2\ndays: 14\nanalytics: 2_week\n"},
+      {{"period", "P1W", "--locale", "en_US"},
+       "unit: week\nvalue: 1\ndays: 7\nanalytics: 7_day\ntext: week\nshortened: wk\nrecurrent: weekly\ncldr: 1 week\n"},
+      {{"period", "--locale", "en_US", "P2W"},
+       "unit: week\nvalue: 2\ndays: 14\nanalytics: 2_week\ntext: 2 weeks\nshortened: 2 wk\nrecurrent: 2 weekly\n"
+       "cldr: 2 weeks\n"},
+      {{"period", "P3M", "--locale", "pl_PL"},
+       "unit: month\nvalue: 3\ndays: 84\nanalytics: 3_month\ntext: 3 miesiące\nshortened: 3 mies.\n"
+       "recurrent: 3 miesięcznie\ncldr: 3 miesiące\n"},
+      {{"period", "P21D", "--locale", "ru_RU"},
+       "unit: day\nvalue: 21\ndays: 21\nanalytics: 21_day\ntext: 21 дней\nshortened: 21 день\n"
+       "recurrent: 21 ежедневно\ncldr: 21 день\n"},
+      {{"period", "P1Y", "--locale", "ar_EG"},
+       "unit: year\nvalue: 1\ndays: 336\nanalytics: 1_year\ntext: سنة\nshortened: سنة\nrecurrent: سنويًا\n"
+       "cldr: سنة\n"},
       {{"price", "4.99", "--locale", "en_US", "--per", "P1W", "--to", "P1Y", "--rounding", "up"},
        "amount: 260.3712140000000510976\ndisplay price: $260.38\n"},
       {{"price", "1234.5", "--locale", "de_DE"}, "amount: 1234.5\ndisplay price: 1.234,50\u00a0€\n"},
@@ -112,6 +125,8 @@ TEST(Vsk, BadInputGivesOneLineAndExitCodeTwo) {
       {{"period", "P1Y2M"}, "vsk period: 'P1Y2M' is not a period"},
       {{"period", "P9223372036854775807Y"}, "too long to count in days"},
       {{"period"}, "expected one period"},
+      {{"period", "P1W", "--locale"}, "vsk period: "},
+      {{"period", "P1W", "--lang", "en_US"}, "vsk period: "},
       {{"price", "9.99"}, "--locale is required"},
       {{"price", "9.99$", "--locale", "en_US"}, "'9.99$' is not an amount"},
       {{"price", "9.99", "--locale", "en_US", "--rounding", "nearest"}, "unknown rounding rule 'nearest'"},

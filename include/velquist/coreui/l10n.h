@@ -13,10 +13,11 @@
 /// The localisation catalogue: every text the library shows, for the current language.
 ///
 /// The texts live in data files, one per language (`data/l10n/en.json`, `ru.json`, ...),
-/// built into the library. Each call reads the language of `foundation::Locale::current()`
-/// afresh; an entry missing for that language (or a language without a file) falls back to
-/// English, and an entry missing in English too gives its own key. Adding a language is
-/// adding a file.
+/// or per language variant (`pt_PT.json`, `zh_Hant.json`), built into the library. Each call
+/// reads `foundation::Locale::current()` afresh and picks its file (see
+/// `Catalogue::languageFor`); an entry missing there falls back to the variant's language
+/// ("pt"), then to English, and an entry missing in English too gives its own key. Adding a
+/// language is adding a file.
 ///
 ///     L10n::Product::SubscriptionPeriod::Unit::Week::plural2()  ->  "weeks" (en), "недель" (ru)
 ///     L10n::Product::SubscriptionOffer::freeTrial(7, "days")     ->  "7 days free" (en)
@@ -45,8 +46,19 @@ class Catalogue {
   /// those files, so this does not throw.
   static const Catalogue& builtIn();
 
-  /// The entry's text in `languageCode`, else in English, else `key` itself.
+  /// The entry's text in `languageCode` (a file's code: "ru", "pt_PT"), else in its
+  /// language without script or region ("pt"), else in English, else `key` itself.
   std::string text(std::string_view key, std::string_view languageCode) const;
+  /// The code of the file that speaks for a locale: the language with script and region,
+  /// with script, with region, then alone, the first that has a file; else "en". The script
+  /// is the one ICU deems likely when the locale names none. "no" reads as "nb", "iw" as
+  /// "he", "in" as "id".
+  ///
+  ///     languageFor("zh_TW") -> "zh_Hant"   languageFor("zh_Hant_HK") -> "zh_Hant"
+  ///     languageFor("zh_CN") -> "zh"        languageFor("pt_PT") -> "pt_PT"
+  ///     languageFor("pt_BR") -> "pt"        languageFor("no_NO") -> "nb"
+  ///     languageFor("sw_KE") -> "en"
+  std::string languageFor(std::string_view localeIdentifier) const;
   /// The language codes that have a data file, sorted.
   std::vector<std::string> languageCodes() const;
 
@@ -58,9 +70,9 @@ class Catalogue {
 /// The text of one entry, by its full key ("Product.SubscriptionPeriod.Unit.Day.plural"),
 /// for the current language.
 std::string text(std::string_view key);
-/// The same for a given language code ("en", "ru").
+/// The same for a given file's code ("en", "ru", "pt_PT").
 std::string text(std::string_view key, std::string_view languageCode);
-/// The language codes that have a data file, sorted: {"de", "en", "ru"}.
+/// The codes that have a data file, sorted: {"ar", "ca", "cs", ..., "zh", "zh_Hant"}.
 std::vector<std::string> availableLanguages();
 
 namespace Product::SubscriptionPeriod::Unit {

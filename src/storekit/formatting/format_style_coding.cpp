@@ -15,6 +15,7 @@ using Period = Product::SubscriptionPeriod;
 using Price = Product::FormatStyle::Price;
 using OfferStyle = Product::SubscriptionOffer::FormatStyle;
 using PaymentModeStyle = Product::SubscriptionOffer::PaymentModeFormatStyle;
+using PluralStyle = Product::SubscriptionPeriod::PluralFormatStyle;
 
 namespace {
 
@@ -28,6 +29,10 @@ constexpr std::array<std::pair<std::string_view, UnitStyle>, 3> unitStyleNames{{
 constexpr std::array<std::pair<std::string_view, ValueDisplayStrategy>, 2> valueDisplayStrategyNames{{
     {"automatic", ValueDisplayStrategy::automatic},
     {"always", ValueDisplayStrategy::always},
+}};
+constexpr std::array<std::pair<std::string_view, PluralStyle::Width>, 2> widthNames{{
+    {"complete", PluralStyle::Width::complete},
+    {"shortened", PluralStyle::Width::shortened},
 }};
 constexpr std::array<std::pair<std::string_view, GrammaticalNumber>, 3> grammaticalNumberNames{{
     {"singular", GrammaticalNumber::singular},
@@ -170,6 +175,31 @@ Period::UnitFormatStyle Coding<Period::UnitFormatStyle>::decode(const Decoder& d
   const KeyedDecoder keyed = decoder.keyed();
   const auto style = keyed.decode<UnitStyle>("style");
   return Period::UnitFormatStyle(style, keyed.decode<GrammaticalNumber>("number"));
+}
+
+void Coding<PluralStyle::Width>::encode(Encoder& encoder, PluralStyle::Width width) {
+  encodeCaseObject(encoder, width, widthNames);
+}
+
+PluralStyle::Width Coding<PluralStyle::Width>::decode(const Decoder& decoder) {
+  return decodeCaseObject(decoder, widthNames);
+}
+
+void Coding<PluralStyle>::encode(Encoder& encoder, const PluralStyle& style) {
+  KeyedEncoder keyed = encoder.keyed();
+  keyed.encode("width", style.width());
+  keyed.encode("unitsCollapsed", style.unitsCollapsed());
+  keyed.encode("unitsExpanded", style.unitsExpanded());
+  keyed.encode("valueDisplayStrategy", style.valueDisplayStrategy());
+}
+
+PluralStyle Coding<PluralStyle>::decode(const Decoder& decoder) {
+  const KeyedDecoder keyed = decoder.keyed();
+  const auto width = keyed.decode<PluralStyle::Width>("width");
+  auto unitsCollapsed = keyed.decode<std::vector<Period::Unit>>("unitsCollapsed");
+  auto unitsExpanded = keyed.decode<std::vector<Period::Unit>>("unitsExpanded");
+  const auto valueDisplayStrategy = keyed.decode<ValueDisplayStrategy>("valueDisplayStrategy");
+  return PluralStyle(width, std::move(unitsCollapsed), std::move(unitsExpanded), valueDisplayStrategy);
 }
 
 // The offer styles have no fields: an empty object out, and nothing looked at on the way in.

@@ -5,7 +5,8 @@
 //
 // - Styles are objects keyed by their field names in declaration order; `Price` omits
 //   "subscriptionPeriod" when it is absent. Unknown keys are ignored on reading.
-// - `UnitStyle`, `ValueDisplayStrategy` and `GrammaticalNumber` are objects with exactly one
+// - `UnitStyle`, `ValueDisplayStrategy`, `GrammaticalNumber` and `PluralFormatStyle::Width`
+//   ("complete", "shortened") are objects with exactly one
 //   key, the case name, holding an empty object. Reading one takes only the keys that name
 //   a case; unless there is exactly one, it fails with typeMismatch at the object's path,
 //   "Invalid number of keys found, expected one.".
@@ -17,6 +18,9 @@
 //     encodeToJsonText(Product::FormatStyle::price())
 //       ->  {"roundingRule":"down","separator":"/","subscriptionPeriodStyle":"automatic",
 //            "subscriptionPeriodUnitStyle":{"complete":{}}}
+//     encodeToJsonText(Product::SubscriptionPeriod::PluralFormatStyle())
+//       ->  {"width":{"complete":{}},"unitsCollapsed":[],"unitsExpanded":[],
+//            "valueDisplayStrategy":{"automatic":{}}}
 //
 // Every other fault is the decoder's standard error: keyNotFound for a missing required
 // key, typeMismatch or valueNotFound for a value of the wrong kind.
@@ -25,6 +29,7 @@
 #include "velquist/foundation/rounding_rule.h"
 #include "velquist/storekit/formatting/offer_format_style.h"
 #include "velquist/storekit/formatting/period_format_style.h"
+#include "velquist/storekit/formatting/plural_period_format_style.h"
 #include "velquist/storekit/formatting/price_format_style.h"
 #include "velquist/storekit/formatting/style_options.h"
 #include "velquist/storekit/product/product_coding.h"
@@ -83,6 +88,18 @@ template <>
 struct Coding<storekit::Product::SubscriptionPeriod::UnitFormatStyle> {
   static void encode(Encoder& encoder, const storekit::Product::SubscriptionPeriod::UnitFormatStyle& style);
   static storekit::Product::SubscriptionPeriod::UnitFormatStyle decode(const Decoder& decoder);
+};
+
+template <>
+struct Coding<storekit::Product::SubscriptionPeriod::PluralFormatStyle::Width> {
+  static void encode(Encoder& encoder, storekit::Product::SubscriptionPeriod::PluralFormatStyle::Width width);
+  static storekit::Product::SubscriptionPeriod::PluralFormatStyle::Width decode(const Decoder& decoder);
+};
+
+template <>
+struct Coding<storekit::Product::SubscriptionPeriod::PluralFormatStyle> {
+  static void encode(Encoder& encoder, const storekit::Product::SubscriptionPeriod::PluralFormatStyle& style);
+  static storekit::Product::SubscriptionPeriod::PluralFormatStyle decode(const Decoder& decoder);
 };
 
 template <>

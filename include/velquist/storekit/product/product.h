@@ -86,6 +86,9 @@ struct Product {
     /// Format styles of periods and units, in storekit/formatting/period_format_style.h.
     struct FormatStyle;
     struct UnitFormatStyle;
+    /// The style that follows each language's CLDR plural rules, in
+    /// storekit/formatting/plural_period_format_style.h.
+    struct PluralFormatStyle;
 
     /// The period as text by a style built from the arguments: "3 months", "week".
     std::string formatted(formatting::UnitStyle unitStyle, std::vector<Unit> unitsCollapsed,
