@@ -22,6 +22,10 @@
 extern "C" BOOL GSDebugAllocationActive(BOOL active);
 extern "C" int GSDebugAllocationCount(Class cls);
 
+/// Objective-C objects compared with `isEqual:`.
+#define EXPECT_NSEQ(actual, expected) \
+  EXPECT_TRUE([(actual) isEqual:(expected)]) << [[(actual) description] UTF8String]
+
 namespace velquist::testing {
 
 inline NSString* ns(const std::string& text) { return [NSString stringWithUTF8String:text.c_str()]; }

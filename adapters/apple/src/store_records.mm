@@ -134,9 +134,11 @@ platform::SKPaymentTransactionProgress progress(SKPaymentTransaction* transactio
       .state = static_cast<platform::SKPaymentTransactionState>(transaction.transactionState),
       .transactionIdentifier = optionalText(transaction.transactionIdentifier)};
   if (NSDate* date = transaction.transactionDate) {
+    // To the nearest microsecond: the framework's dates are seconds in a double, counted
+    // from 2001, so their last bits are noise.
     const std::chrono::duration<double> sinceEpoch([date timeIntervalSince1970]);
     result.transactionDate = platform::SKPaymentTransactionProgress::Date(
-        std::chrono::duration_cast<std::chrono::system_clock::duration>(sinceEpoch));
+        std::chrono::round<std::chrono::microseconds>(sinceEpoch));
   }
   if (NSError* failure = transaction.error) result.error = error(failure);
   return result;

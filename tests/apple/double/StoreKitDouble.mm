@@ -312,8 +312,15 @@ OBJECT_PROPERTY(NSString*, identifier)
   }
 }
 - (void)addTransactionObserver:(id<SKPaymentTransactionObserver>)observer {
-  Lock lock(doubleMutex());
-  if (![state().observers containsObject:observer]) [state().observers addObject:observer];
+  NSArray* unfinished = nil;
+  {
+    Lock lock(doubleMutex());
+    if ([state().observers containsObject:observer]) return;
+    [state().observers addObject:observer];
+    unfinished = [[state().transactions copy] autorelease];
+  }
+  // Like the framework, a new observer hears of the transactions still on the queue.
+  if ([unfinished count] > 0) [observer paymentQueue:self updatedTransactions:unfinished];
 }
 - (void)removeTransactionObserver:(id<SKPaymentTransactionObserver>)observer {
   Lock lock(doubleMutex());
