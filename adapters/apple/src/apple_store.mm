@@ -104,13 +104,13 @@ class Core : public std::enable_shared_from_this<Core> {
     request.delegate = delegate;
     {
       Lock lock(mutex_);
-      requests_[requestID] = {request, delegate, std::move(completion)};
+      requests_[requestID] = {[request retain], [delegate retain], std::move(completion)};
     }
-    // A cancel may come in between and release the map's reference; this one keeps the
-    // request alive while it starts.
-    [request retain];
+    // A cancel may come in between and release the map's references; ours keep the request
+    // and its delegate alive while it starts.
     [request start];
     [request release];
+    [delegate release];
   }
 
   void cancelProducts(std::uint64_t requestID) {
