@@ -30,8 +30,9 @@ NS_ASSUME_NONNULL_BEGIN
 /// While held, answers wait for `answerHeld:`.
 + (void)setHoldsAnswers:(BOOL)hold;
 + (NSUInteger)heldAnswerCount;
-/// Answers the held requests on the calling thread; cancelled ones only when asked to (an
-/// answer already on its way when the request was cancelled).
+/// Answers the held requests on the calling thread; cancelled ones only when asked to: an
+/// answer already on its way when the request was cancelled, which reaches the delegate the
+/// request had when it was started.
 + (void)answerHeldIncludingCancelled:(BOOL)includingCancelled;
 + (void)waitForAnswers;
 + (NSUInteger)productsRequestCount;

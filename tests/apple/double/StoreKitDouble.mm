@@ -48,7 +48,7 @@ NSArray* observersSnapshot() {
   return [[state().observers copy] autorelease];
 }
 
-void answer(SKProductsRequest* request, NSSet* identifiers);
+void answer(SKProductsRequest* request, NSSet* identifiers, id<SKProductsRequestDelegate> delegate = nil);
 
 }  // namespace
 
@@ -156,6 +156,7 @@ OBJECT_PROPERTY(NSArray*, invalidProductIdentifiers)
   ++state().requestCount;
   if (state().holding) {
     [state().held addObject:self];
+    _answeringDelegate = [_delegate retain];
     return;
   }
   [self retain];
@@ -168,15 +169,15 @@ OBJECT_PROPERTY(NSArray*, invalidProductIdentifiers)
 
 namespace {
 
-// Tells the request's delegate the answer, unless the request was cancelled.
-void answer(SKProductsRequest* request, NSSet* identifiers) {
+// Tells the request's delegate (or the one given) the answer.
+void answer(SKProductsRequest* request, NSSet* identifiers, id<SKProductsRequestDelegate> given) {
   NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
   id<SKProductsRequestDelegate> delegate = nil;
   NSError* failure = nil;
   SKProductsResponse* response = nil;
   {
     Lock lock(doubleMutex());
-    delegate = [[request delegate] retain];  // kept for the call, as the framework does
+    delegate = [(given ? given : [request delegate]) retain];  // kept for the call, as the framework does
     failure = [[state().productsFailure retain] autorelease];
     NSMutableArray* products = [NSMutableArray array];
     NSMutableSet* unknown = [[identifiers mutableCopy] autorelease];
@@ -348,6 +349,10 @@ OBJECT_PROPERTY(NSString*, identifier)
   [self waitForAnswers];
   Lock lock(doubleMutex());
   DoubleState& s = state();
+  for (SKProductsRequest* request in s.held) {
+    [request->_answeringDelegate release];
+    request->_answeringDelegate = nil;
+  }
   for (NSMutableArray* list : {s.catalogue, s.held, s.payments, s.transactions, s.finished, s.restores, s.observers}) {
     [list removeAllObjects];
   }
@@ -386,12 +391,17 @@ OBJECT_PROPERTY(NSString*, identifier)
   for (SKProductsRequest* request in held) {
     BOOL cancelled = NO;
     NSSet* identifiers = nil;
+    id delegate = nil;
     {
       Lock lock(doubleMutex());
       cancelled = request->_cancelled;
       identifiers = request->_productIdentifiers;
+      delegate = request->_answeringDelegate;  // released below
+      request->_answeringDelegate = nil;
     }
-    if (!cancelled || includingCancelled) answer(request, identifiers);
+    if (!cancelled) answer(request, identifiers);
+    else if (includingCancelled) answer(request, identifiers, delegate);
+    [delegate release];
   }
 }
 + (void)waitForAnswers {

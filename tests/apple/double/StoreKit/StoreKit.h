@@ -90,6 +90,7 @@ typedef NS_ENUM(NSInteger, SKPaymentTransactionState) {
 @interface SKRequest : NSObject {
  @public
   id _delegate;
+  id _answeringDelegate;  // the double's: the delegate an answer on its way will reach
   BOOL _started, _cancelled;
 }
 @property(nonatomic, assign, nullable) id<SKRequestDelegate> delegate;
