@@ -460,7 +460,12 @@ std::shared_ptr<platform::StoreBackend> installAppleStore(const AppleStoreOption
   if (options.reviewPrompt) {
     platform::SKStoreReviewController::setHandler([](const std::shared_ptr<platform::UIWindowScene>&) {
       detail::AutoreleasePool requestPool;
+      // The scene-less form: the library's scene stand-ins are not the framework's scenes.
+      // Deprecated in newer SDKs, still served.
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
       [SKStoreReviewController requestReview];
+#pragma clang diagnostic pop
     });
   } else {
     platform::SKStoreReviewController::setHandler(nullptr);
