@@ -97,6 +97,37 @@ TEST_F(AppleStoreTest, PricesAreReadFromTheDecimalsTextExactly) {
   }
 }
 
+TEST_F(AppleStoreTest, OddRecordsFromTheStoreConvertAsTheyAre) {
+  // Only an identifier, then values outside the known ranges, then an offer with nothing set.
+  SKProduct* bare = [SKProduct recordWithValues:@{@"productIdentifier": @"bare"}];
+  SKProduct* odd = [SKProduct recordWithValues:@{
+    @"productIdentifier": @"odd", @"price": nsDecimal("1.50"),
+    @"priceLocale": [NSLocale localeWithLocaleIdentifier:@"en_PT@currency=EUR"],
+    @"subscriptionPeriod": [SKProductSubscriptionPeriod recordWithValues:@{@"numberOfUnits": @7, @"unit": @9}],
+    @"discounts": @[[SKProductDiscount recordWithValues:@{@"paymentMode": @5, @"type": @3}]]}];
+  [SKStoreDouble setCatalogue:@[bare, odd]];
+  const auto fetched = testing::fetchProducts({"bare", "odd"});
+  ASSERT_EQ(fetched.index(), 0u);
+  const auto& products = std::get<0>(fetched);
+  ASSERT_EQ(products.size(), 2u);
+  EXPECT_EQ(products[0].productIdentifier, "bare");
+  EXPECT_EQ(products[0].localizedTitle, "");
+  EXPECT_TRUE(products[0].price.isNaN());
+  EXPECT_EQ(products[0].priceLocale, foundation::Locale());
+  EXPECT_EQ(products[0].subscriptionPeriod, std::nullopt);
+  EXPECT_TRUE(products[0].discounts.empty());
+  EXPECT_EQ(products[1].price.description(), "1.5");  // as the store's decimal gives it
+  EXPECT_EQ(products[1].priceLocale.identifier(), "en_PT@currency=EUR");
+  EXPECT_EQ(products[1].subscriptionPeriod, (platform::SKProductSubscriptionPeriod{7, platform::SKProductPeriodUnit{9}}));
+  ASSERT_EQ(products[1].discounts.size(), 1u);
+  const auto& offer = products[1].discounts[0];
+  EXPECT_TRUE(offer.price.isNaN());
+  EXPECT_EQ(offer.identifier, std::nullopt);
+  EXPECT_EQ(offer.paymentMode, platform::SKProductDiscountPaymentMode{5});
+  EXPECT_EQ(offer.type, platform::SKProductDiscountType{3});
+  EXPECT_EQ(offer.subscriptionPeriod, platform::SKProductSubscriptionPeriod{});
+}
+
 TEST_F(AppleStoreTest, ErrorsKeepTheStoresCodeAndMessage) {
   const struct { NSError* error; SKError expected; } cases[] = {
       {nsError(SKErrorDomain, SKErrorPaymentCancelled, @"Cancelled by the user"),
