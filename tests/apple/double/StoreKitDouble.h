@@ -1,0 +1,74 @@
+// How the tests script the store framework double (StoreKit/StoreKit.h): the catalogue and
+// how products requests are answered, and the reports the payment queue sends its
+// observers. Reports are delivered on the thread that asks for them, the way the framework
+// delivers them on the main thread; products answers come on a thread of the double's own
+// unless they are held.
+//
+// Thread-safety: every method may be called from any thread.
+#pragma once
+
+#import <StoreKit/StoreKit.h>
+
+NS_ASSUME_NONNULL_BEGIN
+
+@interface SKDoubleRecord (Scripting)
+/// A record with these values by property name (numbers as NSNumber).
++ (instancetype)recordWithValues:(NSDictionary*)values;
+- (void)setRecordValue:(nullable id)value forKey:(NSString*)key;
+@end
+
+@interface SKStoreDouble : NSObject
+
+/// Waits for the answers under way, then forgets everything: catalogue, failure, held
+/// answers, payments, transactions, storefront, observers, counts.
++ (void)reset;
+
+// Products requests.
++ (void)setCatalogue:(NSArray<SKProduct*>*)products;
+/// Every products request fails with this error while it is set.
++ (void)setProductsFailure:(nullable NSError*)error;
+/// While held, answers wait for `answerHeld:`.
++ (void)setHoldsAnswers:(BOOL)hold;
++ (NSUInteger)heldAnswerCount;
+/// Answers the held requests on the calling thread; cancelled ones only when asked to: an
+/// answer already on its way when the request was cancelled, which reaches the delegate the
+/// request had when it was started.
++ (void)answerHeldIncludingCancelled:(BOOL)includingCancelled;
++ (void)waitForAnswers;
++ (NSUInteger)productsRequestCount;
++ (NSUInteger)cancelledRequestCount;
+
+// The payment queue.
+/// Copies of the payments added, oldest first; each also put a purchasing transaction on
+/// the queue (not reported until `report:`).
++ (NSArray<SKPayment*>*)payments;
++ (nullable SKPaymentTransaction*)lastTransaction;
+/// A transaction for `payment` in state purchasing, restoring or renewing `original`.
++ (SKPaymentTransaction*)transactionWithPayment:(SKPayment*)payment original:(nullable SKPaymentTransaction*)original;
+/// Moves a transaction on, as the store does.
++ (void)move:(SKPaymentTransaction*)transaction
+          to:(SKPaymentTransactionState)state
+  identifier:(nullable NSString*)identifier
+        date:(nullable NSDate*)date
+       error:(nullable NSError*)error;
+/// Puts the transactions on the queue (if not yet there) and tells every observer.
++ (void)report:(NSArray<SKPaymentTransaction*>*)transactions;
++ (NSArray<SKPaymentTransaction*>*)finished;
+/// `finishTransaction:` calls refused because the transaction was still purchasing (the
+/// framework raises an exception there).
++ (NSUInteger)refusedFinishes;
+/// The usernames of restore requests, NSNull for none.
++ (NSArray*)restoreRequests;
++ (void)finishRestore;
++ (void)failRestore:(NSError*)error;
++ (void)revoke:(NSArray<NSString*>*)productIdentifiers;
++ (void)setStorefront:(nullable SKStorefront*)storefront;
+/// Sets the storefront and tells every observer it changed.
++ (void)changeStorefront:(SKStorefront*)storefront;
++ (NSUInteger)observerCount;
++ (NSUInteger)reviewRequests;
++ (void)setReceiptURL:(nullable NSURL*)url;
+
+@end
+
+NS_ASSUME_NONNULL_END

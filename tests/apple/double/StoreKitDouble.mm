@@ -1,0 +1,523 @@
+// The store framework double: plain records, a products request answered from a scripted
+// catalogue, and a payment queue that reports what the test tells it to.
+
+#import "StoreKitDouble.h"
+
+#include <mutex>
+#include <thread>
+#include <vector>
+
+NSString* const SKErrorDomain = @"SKErrorDomain";
+
+namespace {
+
+// One lock for all of the double's state, records included: the adapter reads records on
+// the threads the framework reports on while tests move them along.
+std::recursive_mutex& doubleMutex() {
+  static std::recursive_mutex mutex;
+  return mutex;
+}
+using Lock = std::lock_guard<std::recursive_mutex>;
+
+struct DoubleState {
+  NSMutableArray* catalogue = [[NSMutableArray alloc] init];
+  NSError* productsFailure = nil;
+  bool holding = false;
+  NSMutableArray* held = [[NSMutableArray alloc] init];  // SKProductsRequest
+  std::vector<std::thread> answering;
+  NSUInteger requestCount = 0, cancelledCount = 0;
+
+  NSMutableArray* payments = [[NSMutableArray alloc] init];
+  NSMutableArray* transactions = [[NSMutableArray alloc] init];  // on the queue, unfinished
+  NSMutableArray* finished = [[NSMutableArray alloc] init];
+  NSUInteger refusedFinishes = 0;
+  NSMutableArray* restores = [[NSMutableArray alloc] init];
+  SKStorefront* storefront = nil;
+  NSMutableArray* observers = [[NSMutableArray alloc] init];  // retained, unlike the framework
+  NSUInteger reviewRequests = 0;
+  NSURL* receiptURL = nil;
+};
+
+DoubleState& state() {
+  static DoubleState* shared = new DoubleState;
+  return *shared;
+}
+
+NSArray* observersSnapshot() {
+  Lock lock(doubleMutex());
+  return [[state().observers copy] autorelease];
+}
+
+void answer(SKProductsRequest* request, NSSet* identifiers, id<SKProductsRequestDelegate> delegate = nil);
+
+}  // namespace
+
+@implementation SKDoubleRecord
++ (instancetype)recordWithValues:(NSDictionary*)values {
+  SKDoubleRecord* record = [[[self alloc] init] autorelease];
+  [record->_values addEntriesFromDictionary:values];
+  return record;
+}
+- (instancetype)init {
+  if ((self = [super init])) _values = [[NSMutableDictionary alloc] init];
+  return self;
+}
+- (void)dealloc {
+  [_values release];
+  [super dealloc];
+}
+- (id)recordValue:(NSString*)key {
+  Lock lock(doubleMutex());
+  return [[[_values objectForKey:key] retain] autorelease];
+}
+- (void)setRecordValue:(id)value forKey:(NSString*)key {
+  Lock lock(doubleMutex());
+  if (value) [_values setObject:value forKey:key]; else [_values removeObjectForKey:key];
+}
+@end
+
+#define OBJECT_PROPERTY(type, name) \
+  -(type)name { return [self recordValue:@ #name]; }
+#define NUMBER_PROPERTY(type, name, getter) \
+  -(type)name { return (type)[[self recordValue:@ #name] getter]; }
+
+@implementation SKProductSubscriptionPeriod
+NUMBER_PROPERTY(NSUInteger, numberOfUnits, unsignedIntegerValue)
+NUMBER_PROPERTY(SKProductPeriodUnit, unit, unsignedIntegerValue)
+@end
+
+@implementation SKProductDiscount
+OBJECT_PROPERTY(NSDecimalNumber*, price)
+OBJECT_PROPERTY(NSLocale*, priceLocale)
+OBJECT_PROPERTY(NSString*, identifier)
+OBJECT_PROPERTY(SKProductSubscriptionPeriod*, subscriptionPeriod)
+NUMBER_PROPERTY(NSUInteger, numberOfPeriods, unsignedIntegerValue)
+NUMBER_PROPERTY(SKProductDiscountPaymentMode, paymentMode, unsignedIntegerValue)
+NUMBER_PROPERTY(SKProductDiscountType, type, unsignedIntegerValue)
+@end
+
+@implementation SKProduct
+OBJECT_PROPERTY(NSString*, localizedDescription)
+OBJECT_PROPERTY(NSString*, localizedTitle)
+OBJECT_PROPERTY(NSDecimalNumber*, price)
+OBJECT_PROPERTY(NSLocale*, priceLocale)
+OBJECT_PROPERTY(NSString*, productIdentifier)
+OBJECT_PROPERTY(SKProductSubscriptionPeriod*, subscriptionPeriod)
+OBJECT_PROPERTY(SKProductDiscount*, introductoryPrice)
+OBJECT_PROPERTY(NSString*, subscriptionGroupIdentifier)
+- (NSArray*)discounts {
+  NSArray* discounts = [self recordValue:@"discounts"];
+  return discounts ? discounts : @[];
+}
+@end
+
+@implementation SKProductsResponse
+OBJECT_PROPERTY(NSArray*, products)
+OBJECT_PROPERTY(NSArray*, invalidProductIdentifiers)
+@end
+
+@implementation SKRequest
+- (id)delegate {
+  Lock lock(doubleMutex());
+  return [[_delegate retain] autorelease];
+}
+- (void)setDelegate:(id)delegate {
+  Lock lock(doubleMutex());
+  _delegate = delegate;
+}
+- (void)start {
+}
+- (void)cancel {
+  Lock lock(doubleMutex());
+  if (_started && !_cancelled) ++state().cancelledCount;
+  _cancelled = YES;
+}
+@end
+
+@implementation SKProductsRequest
+- (instancetype)initWithProductIdentifiers:(NSSet*)productIdentifiers {
+  if ((self = [super init])) _productIdentifiers = [productIdentifiers copy];
+  return self;
+}
+- (void)dealloc {
+  [_productIdentifiers release];
+  [super dealloc];
+}
+- (id)delegate {
+  return [super delegate];
+}
+- (void)setDelegate:(id)delegate {
+  [super setDelegate:delegate];
+}
+- (void)start {
+  Lock lock(doubleMutex());
+  if (_started) return;
+  _started = YES;
+  ++state().requestCount;
+  if (state().holding) {
+    [state().held addObject:self];
+    _answeringDelegate = [_delegate retain];
+    return;
+  }
+  [self retain];
+  state().answering.emplace_back([self] {
+    answer(self, _productIdentifiers);
+    [self release];
+  });
+}
+@end
+
+namespace {
+
+// Tells the request's delegate (or the one given) the answer.
+void answer(SKProductsRequest* request, NSSet* identifiers, id<SKProductsRequestDelegate> given) {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  id<SKProductsRequestDelegate> delegate = nil;
+  NSError* failure = nil;
+  SKProductsResponse* response = nil;
+  {
+    Lock lock(doubleMutex());
+    delegate = [(given ? given : [request delegate]) retain];  // kept for the call, as the framework does
+    failure = [[state().productsFailure retain] autorelease];
+    NSMutableArray* products = [NSMutableArray array];
+    NSMutableSet* unknown = [[identifiers mutableCopy] autorelease];
+    for (SKProduct* product in state().catalogue) {
+      if ([unknown containsObject:product.productIdentifier]) {
+        [products addObject:product];
+        [unknown removeObject:product.productIdentifier];
+      }
+    }
+    response = [SKProductsResponse recordWithValues:@{@"products": products,
+                                                      @"invalidProductIdentifiers": [unknown allObjects]}];
+  }
+  if (failure) {
+    if ([delegate respondsToSelector:@selector(request:didFailWithError:)]) [delegate request:request didFailWithError:failure];
+  } else {
+    [delegate productsRequest:request didReceiveResponse:response];
+    if ([delegate respondsToSelector:@selector(requestDidFinish:)]) [delegate requestDidFinish:request];
+  }
+  [delegate release];
+  [pool drain];
+}
+
+}  // namespace
+
+@implementation SKPaymentDiscount
+- (instancetype)initWithIdentifier:(NSString*)identifier
+                     keyIdentifier:(NSString*)keyIdentifier
+                             nonce:(NSUUID*)nonce
+                         signature:(NSString*)signature
+                         timestamp:(NSNumber*)timestamp {
+  if ((self = [super init])) {
+    [_values addEntriesFromDictionary:@{@"identifier": identifier, @"keyIdentifier": keyIdentifier, @"nonce": nonce,
+                                        @"signature": signature, @"timestamp": timestamp}];
+  }
+  return self;
+}
+OBJECT_PROPERTY(NSString*, identifier)
+OBJECT_PROPERTY(NSString*, keyIdentifier)
+OBJECT_PROPERTY(NSUUID*, nonce)
+OBJECT_PROPERTY(NSString*, signature)
+OBJECT_PROPERTY(NSNumber*, timestamp)
+@end
+
+@implementation SKPayment
+- (instancetype)init {
+  if ((self = [super init])) [_values setObject:@1 forKey:@"quantity"];
+  return self;
+}
+- (id)copyWithZone:(NSZone*)zone {
+  SKPayment* copy = [[SKPayment allocWithZone:zone] init];
+  Lock lock(doubleMutex());
+  [copy->_values setDictionary:_values];
+  return copy;
+}
+- (id)mutableCopyWithZone:(NSZone*)zone {
+  SKMutablePayment* copy = [[SKMutablePayment allocWithZone:zone] init];
+  Lock lock(doubleMutex());
+  [copy->_values setDictionary:_values];
+  return copy;
+}
+OBJECT_PROPERTY(NSString*, productIdentifier)
+NUMBER_PROPERTY(NSInteger, quantity, integerValue)
+OBJECT_PROPERTY(NSString*, applicationUsername)
+OBJECT_PROPERTY(SKPaymentDiscount*, paymentDiscount)
+NUMBER_PROPERTY(BOOL, simulatesAskToBuyInSandbox, boolValue)
+@end
+
+@implementation SKMutablePayment
+@dynamic productIdentifier, quantity, applicationUsername, paymentDiscount, simulatesAskToBuyInSandbox;
+- (void)setProductIdentifier:(NSString*)value { [self setRecordValue:[[value copy] autorelease] forKey:@"productIdentifier"]; }
+- (void)setQuantity:(NSInteger)value { [self setRecordValue:@(value) forKey:@"quantity"]; }
+- (void)setApplicationUsername:(NSString*)value { [self setRecordValue:[[value copy] autorelease] forKey:@"applicationUsername"]; }
+- (void)setPaymentDiscount:(SKPaymentDiscount*)value { [self setRecordValue:value forKey:@"paymentDiscount"]; }
+- (void)setSimulatesAskToBuyInSandbox:(BOOL)value { [self setRecordValue:@(value) forKey:@"simulatesAskToBuyInSandbox"]; }
+@end
+
+@implementation SKPaymentTransaction
+OBJECT_PROPERTY(NSError*, error)
+OBJECT_PROPERTY(SKPaymentTransaction*, originalTransaction)
+OBJECT_PROPERTY(SKPayment*, payment)
+OBJECT_PROPERTY(NSDate*, transactionDate)
+OBJECT_PROPERTY(NSString*, transactionIdentifier)
+NUMBER_PROPERTY(SKPaymentTransactionState, transactionState, integerValue)
+@end
+
+@implementation SKStorefront
+OBJECT_PROPERTY(NSString*, countryCode)
+OBJECT_PROPERTY(NSString*, identifier)
+@end
+
+@implementation SKPaymentQueue
++ (instancetype)defaultQueue {
+  static SKPaymentQueue* queue = [[SKPaymentQueue alloc] init];
+  return queue;
+}
+- (SKStorefront*)storefront {
+  Lock lock(doubleMutex());
+  return [[state().storefront retain] autorelease];
+}
+- (NSArray*)transactions {
+  Lock lock(doubleMutex());
+  return [[state().transactions copy] autorelease];
+}
+- (void)addPayment:(SKPayment*)payment {
+  Lock lock(doubleMutex());
+  SKPayment* copy = [[payment copy] autorelease];
+  [state().payments addObject:copy];
+  [state().transactions addObject:[SKStoreDouble transactionWithPayment:copy original:nil]];
+}
+- (void)restoreCompletedTransactions {
+  Lock lock(doubleMutex());
+  [state().restores addObject:[NSNull null]];
+}
+- (void)restoreCompletedTransactionsWithApplicationUsername:(NSString*)username {
+  Lock lock(doubleMutex());
+  [state().restores addObject:username ? (id)username : (id)[NSNull null]];
+}
+- (void)finishTransaction:(SKPaymentTransaction*)transaction {
+  {
+    Lock lock(doubleMutex());
+    if (transaction.transactionState == SKPaymentTransactionStatePurchasing) {
+      ++state().refusedFinishes;
+      return;
+    }
+    [state().finished addObject:transaction];
+    if (![state().transactions containsObject:transaction]) return;
+    [state().transactions removeObject:transaction];
+  }
+  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
+    if ([observer respondsToSelector:@selector(paymentQueue:removedTransactions:)]) {
+      [observer paymentQueue:self removedTransactions:@[transaction]];
+    }
+  }
+}
+- (void)addTransactionObserver:(id<SKPaymentTransactionObserver>)observer {
+  NSArray* unfinished = nil;
+  {
+    Lock lock(doubleMutex());
+    if ([state().observers containsObject:observer]) return;
+    [state().observers addObject:observer];
+    unfinished = [[state().transactions copy] autorelease];
+  }
+  // Like the framework, a new observer hears of the transactions still on the queue.
+  if ([unfinished count] > 0) [observer paymentQueue:self updatedTransactions:unfinished];
+}
+- (void)removeTransactionObserver:(id<SKPaymentTransactionObserver>)observer {
+  Lock lock(doubleMutex());
+  [state().observers removeObject:observer];
+}
+@end
+
+@implementation SKStoreReviewController
++ (void)requestReview {
+  Lock lock(doubleMutex());
+  ++state().reviewRequests;
+}
+@end
+
+@implementation NSBundle (SKReceipt)
+- (NSURL*)appStoreReceiptURL {
+  Lock lock(doubleMutex());
+  return [[state().receiptURL retain] autorelease];
+}
+@end
+
+@implementation SKStoreDouble
+
++ (void)reset {
+  [self waitForAnswers];
+  Lock lock(doubleMutex());
+  DoubleState& s = state();
+  for (SKProductsRequest* request in s.held) {
+    [request->_answeringDelegate release];
+    request->_answeringDelegate = nil;
+  }
+  for (NSMutableArray* list : {s.catalogue, s.held, s.payments, s.transactions, s.finished, s.restores, s.observers}) {
+    [list removeAllObjects];
+  }
+  [s.productsFailure release], s.productsFailure = nil;
+  [s.storefront release], s.storefront = nil;
+  [s.receiptURL release], s.receiptURL = nil;
+  s.holding = false;
+  s.requestCount = s.cancelledCount = s.refusedFinishes = s.reviewRequests = 0;
+}
+
++ (void)setCatalogue:(NSArray*)products {
+  Lock lock(doubleMutex());
+  [state().catalogue setArray:products];
+}
++ (void)setProductsFailure:(NSError*)error {
+  Lock lock(doubleMutex());
+  [error retain];
+  [state().productsFailure release];
+  state().productsFailure = error;
+}
++ (void)setHoldsAnswers:(BOOL)hold {
+  Lock lock(doubleMutex());
+  state().holding = hold;
+}
++ (NSUInteger)heldAnswerCount {
+  Lock lock(doubleMutex());
+  return [state().held count];
+}
++ (void)answerHeldIncludingCancelled:(BOOL)includingCancelled {
+  NSArray* held = nil;
+  {
+    Lock lock(doubleMutex());
+    held = [[state().held copy] autorelease];
+    [state().held removeAllObjects];
+  }
+  for (SKProductsRequest* request in held) {
+    BOOL cancelled = NO;
+    NSSet* identifiers = nil;
+    id delegate = nil;
+    {
+      Lock lock(doubleMutex());
+      cancelled = request->_cancelled;
+      identifiers = request->_productIdentifiers;
+      delegate = request->_answeringDelegate;  // released below
+      request->_answeringDelegate = nil;
+    }
+    if (!cancelled) answer(request, identifiers);
+    else if (includingCancelled) answer(request, identifiers, delegate);
+    [delegate release];
+  }
+}
++ (void)waitForAnswers {
+  std::vector<std::thread> threads;
+  {
+    Lock lock(doubleMutex());
+    threads.swap(state().answering);
+  }
+  for (auto& thread : threads) thread.join();
+}
++ (NSUInteger)productsRequestCount {
+  Lock lock(doubleMutex());
+  return state().requestCount;
+}
++ (NSUInteger)cancelledRequestCount {
+  Lock lock(doubleMutex());
+  return state().cancelledCount;
+}
+
++ (NSArray*)payments {
+  Lock lock(doubleMutex());
+  return [[state().payments copy] autorelease];
+}
++ (SKPaymentTransaction*)lastTransaction {
+  Lock lock(doubleMutex());
+  return [[[state().transactions lastObject] retain] autorelease];
+}
++ (SKPaymentTransaction*)transactionWithPayment:(SKPayment*)payment original:(SKPaymentTransaction*)original {
+  NSMutableDictionary* values = [NSMutableDictionary dictionaryWithDictionary:@{
+    @"payment": [[payment copy] autorelease], @"transactionState": @(SKPaymentTransactionStatePurchasing)}];
+  if (original) [values setObject:original forKey:@"originalTransaction"];
+  return [SKPaymentTransaction recordWithValues:values];
+}
++ (void)move:(SKPaymentTransaction*)transaction
+          to:(SKPaymentTransactionState)newState
+  identifier:(NSString*)identifier
+        date:(NSDate*)date
+       error:(NSError*)error {
+  Lock lock(doubleMutex());
+  [transaction setRecordValue:@(newState) forKey:@"transactionState"];
+  [transaction setRecordValue:identifier forKey:@"transactionIdentifier"];
+  [transaction setRecordValue:date forKey:@"transactionDate"];
+  [transaction setRecordValue:error forKey:@"error"];
+}
++ (void)report:(NSArray*)transactions {
+  {
+    Lock lock(doubleMutex());
+    for (SKPaymentTransaction* transaction in transactions) {
+      if (![state().transactions containsObject:transaction]) [state().transactions addObject:transaction];
+    }
+  }
+  SKPaymentQueue* queue = [SKPaymentQueue defaultQueue];
+  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
+    [observer paymentQueue:queue updatedTransactions:transactions];
+  }
+}
++ (NSArray*)finished {
+  Lock lock(doubleMutex());
+  return [[state().finished copy] autorelease];
+}
++ (NSUInteger)refusedFinishes {
+  Lock lock(doubleMutex());
+  return state().refusedFinishes;
+}
++ (NSArray*)restoreRequests {
+  Lock lock(doubleMutex());
+  return [[state().restores copy] autorelease];
+}
++ (void)finishRestore {
+  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
+    if ([observer respondsToSelector:@selector(paymentQueueRestoreCompletedTransactionsFinished:)]) {
+      [observer paymentQueueRestoreCompletedTransactionsFinished:[SKPaymentQueue defaultQueue]];
+    }
+  }
+}
++ (void)failRestore:(NSError*)error {
+  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
+    if ([observer respondsToSelector:@selector(paymentQueue:restoreCompletedTransactionsFailedWithError:)]) {
+      [observer paymentQueue:[SKPaymentQueue defaultQueue] restoreCompletedTransactionsFailedWithError:error];
+    }
+  }
+}
++ (void)revoke:(NSArray*)productIdentifiers {
+  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
+    if ([observer respondsToSelector:@selector(paymentQueue:didRevokeEntitlementsForProductIdentifiers:)]) {
+      [observer paymentQueue:[SKPaymentQueue defaultQueue] didRevokeEntitlementsForProductIdentifiers:productIdentifiers];
+    }
+  }
+}
++ (void)setStorefront:(SKStorefront*)storefront {
+  Lock lock(doubleMutex());
+  [storefront retain];
+  [state().storefront release];
+  state().storefront = storefront;
+}
++ (void)changeStorefront:(SKStorefront*)storefront {
+  [self setStorefront:storefront];
+  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
+    if ([observer respondsToSelector:@selector(paymentQueueDidChangeStorefront:)]) {
+      [observer paymentQueueDidChangeStorefront:[SKPaymentQueue defaultQueue]];
+    }
+  }
+}
++ (NSUInteger)observerCount {
+  Lock lock(doubleMutex());
+  return [state().observers count];
+}
++ (NSUInteger)reviewRequests {
+  Lock lock(doubleMutex());
+  return state().reviewRequests;
+}
++ (void)setReceiptURL:(NSURL*)url {
+  Lock lock(doubleMutex());
+  [url retain];
+  [state().receiptURL release];
+  state().receiptURL = url;
+}
+
+@end
