@@ -353,19 +353,23 @@ TEST_F(SandboxStoreTest, IntroductoryOffersOncePerGroupAndPromotionalOffersById)
   store->advanceClock(std::chrono::days(100));
   EXPECT_EQ(offers("pro.monthly"), (Lines{"intro 1", "intro 2", "intro 3", "full"}));
   settle();
-  // Another subscription of the group continues under the first purchase, without an
-  // introductory offer, and the monthly one stops; another group's goes on.
-  EXPECT_EQ(buy("pro.weekly").back(), "pro.weekly purchased #5 of #1");
+  // A higher level of the group (an upgrade) continues under the first purchase at once,
+  // without an introductory offer, and the monthly one stops; another group's goes on.
+  EXPECT_EQ(buy("pro.yearly").back(), "pro.yearly purchased #5 of #1");
   buy("cloud.quarterly");
   store->advanceClock(std::chrono::days(30));
-  EXPECT_EQ(offers("pro.weekly"), (Lines{"full", "full", "full", "full", "full"}));
+  EXPECT_EQ(offers("pro.yearly"), Lines{"full"});
   EXPECT_EQ(offers("pro.monthly").size(), 4u);
 
-  EXPECT_EQ(buy("pro.monthly", signedOffer("loyalty.trial")).back(), "pro.monthly purchased #11 of #1");
-  EXPECT_EQ(offers("pro.monthly").back(), "promo 1");
+  // A lower level waits for the yearly period to end, then renews under its promotional offer.
+  EXPECT_EQ(buy("pro.monthly", signedOffer("loyalty.trial")).back(), "pro.monthly purchased #7 of #1");
   EXPECT_EQ(store->transactions().back().offerIdentifier, "loyalty.trial");
+  EXPECT_EQ(settle(), Lines{});
+  store->advanceClock(std::chrono::days(340));
+  EXPECT_EQ(settle().front(), "pro.monthly purchased #8 of #1");  // then the quarterly ones
+  EXPECT_EQ(offers("pro.monthly").back(), "promo 1");
   buy("lifetime");
-  EXPECT_EQ(buy("lifetime").back(), "lifetime purchased #13 of #12");
+  EXPECT_EQ(buy("lifetime").back(), "lifetime purchased #14 of #13");
 }
 
 TEST_F(SandboxStoreTest, RestoresFinishingAndTheReceipt) {
