@@ -66,6 +66,10 @@ class Log final : public platform::SKPaymentTransactionObserver, public platform
     for (const auto& transaction : transactions) add("removed " + describe(*transaction));
   }
   void restoreCompletedTransactionsFinished(SKPaymentQueue&) override { add("restore finished"); }
+  void didRevokeEntitlementsForProductIdentifiers(SKPaymentQueue&, const std::vector<std::string>& products) override {
+    for (const auto& product : products) add("revoked " + shortName(product));
+  }
+  void storefrontDidChange(SKPaymentQueue&) override { add("storefront changed"); }
   void restoreCompletedTransactionsFailed(SKPaymentQueue&, const SKError& error) override {
     add(std::string("restore failed: ") + error.what());
   }
@@ -80,16 +84,19 @@ class Log final : public platform::SKPaymentTransactionObserver, public platform
   }
   Lines take() { std::lock_guard lock(mutex_); return std::exchange(lines_, {}); }
   Transaction last() { std::lock_guard lock(mutex_); return last_; }
+  std::vector<Transaction> all() { std::lock_guard lock(mutex_); return all_; }
 
  private:
   void add(std::string line, Transaction transaction = nullptr) {
     std::lock_guard lock(mutex_);
     lines_.push_back(std::move(line));
+    if (transaction) all_.push_back(transaction);
     if (transaction) last_ = std::move(transaction);
   }
   std::mutex mutex_;
   Lines lines_;
   Transaction last_;
+  std::vector<Transaction> all_;
 };
 
 class SandboxStoreTest : public ::testing::Test {
@@ -513,6 +520,248 @@ TEST_F(SandboxStoreTest, TheClockCanFollowTheFilesTimeRate) {
   const Lines renewals = settle();
   ASSERT_FALSE(renewals.empty()) << "no renewal within 20 seconds";
   EXPECT_EQ(renewals.front(), "pro.weekly purchased #2 of #1");
+}
+
+// --- subscriptions over their life: plan changes, billing trouble, auto-renew, refunds ---
+
+// "subscribed pro.yearly 2027-01-01" (the expiry day, when there is one).
+std::string statusLine(const SubscriptionStatus& status) {
+  std::string line(name(status.state));
+  if (status.productIdentifier) line += " " + shortName(*status.productIdentifier);
+  if (status.expiresDate) {
+    const std::chrono::year_month_day day{std::chrono::floor<std::chrono::days>(*status.expiresDate)};
+    char text[16];
+    std::snprintf(text, sizeof text, " %04d-%02u-%02u", static_cast<int>(day.year()), static_cast<unsigned>(day.month()),
+                  static_cast<unsigned>(day.day()));
+    line += text;
+  }
+  return line;
+}
+
+const SandboxStore::Date kStart = std::chrono::sys_days(std::chrono::year(2026) / 1 / 1);
+
+TEST_F(SandboxStoreTest, PlanChangesFollowTheGroupLevels) {
+  // Pro: yearly level 1, monthly and weekly level 2. Cloud: monthly and quarterly level 1.
+  const struct {
+    std::string from, to;
+    bool atOnce;
+  } cases[] = {
+      {"pro.monthly", "pro.yearly", true},           // an upgrade
+      {"pro.yearly", "pro.monthly", false},          // a downgrade
+      {"pro.monthly", "pro.weekly", false},          // a crossgrade to another period
+      {"cloud.monthly", "cloud.quarterly", false},   // likewise, in a level-1 group
+      {"pro.weekly", "pro.weekly", true},            // the same product again
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.from + " -> " + c.to);
+    reopen({}, {.clockStart = kStart});
+    buy(c.from);
+    store->advanceClock(std::chrono::days(1));
+    EXPECT_EQ(buy(c.to).back(), c.to + " purchased #2 of #1");
+    EXPECT_EQ(store->subscriptionStatus(id(c.to)).productIdentifier, id(c.atOnce ? c.to : c.from));
+    // Waiting, nothing is charged: the receipt leaves the purchase out and it has no period.
+    EXPECT_EQ(store->transactions()[1].changesAtRenewal, !c.atOnce);
+    EXPECT_EQ(store->transactions()[1].expiresDate.has_value(), c.atOnce);
+    const auto firstEnds = *store->transactions()[0].expiresDate;
+    store->advanceClock(std::chrono::duration_cast<std::chrono::seconds>(firstEnds - store->now()));
+    if (c.atOnce) {
+      EXPECT_EQ(settle(), Lines{}) << "the old product stopped renewing";
+      continue;
+    }
+    // The next renewal is of the new product, from the day the old period ended.
+    EXPECT_EQ(settle(), Lines{c.to + " purchased #3 of #1"});
+    EXPECT_EQ(store->transactions()[2].purchaseDate, firstEnds);
+    EXPECT_EQ(store->subscriptionStatus(id(c.from)).productIdentifier, id(c.to));
+  }
+}
+
+TEST_F(SandboxStoreTest, BillingRetryAndGracePeriod) {
+  // pro.monthly bought on 1 January renews on 1 February (its introductory price, then full).
+  const struct {
+    bool grace;
+    int daysLate;               // after the failed renewal, when the customer fixes billing
+    std::string statusBefore;   // then
+    std::string charged;        // what fixing billing reports
+    std::string statusAfter;
+  } cases[] = {
+      {true, 3, "inGracePeriod pro.monthly 2026-02-17", "pro.monthly purchased #2 of #1",
+       "subscribed pro.monthly 2026-03-01"},   // in grace the period keeps its dates
+      {false, 3, "inBillingRetryPeriod pro.monthly 2026-02-01", "pro.monthly purchased #2 of #1",
+       "subscribed pro.monthly 2026-03-04"},   // in retry it starts again when paid
+      {true, 20, "inBillingRetryPeriod pro.monthly 2026-02-01", "pro.monthly purchased #2 of #1",
+       "subscribed pro.monthly 2026-03-21"},
+      {true, 61, "expired pro.monthly 2026-02-01", "", "expired pro.monthly 2026-02-01"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.statusBefore);
+    reopen([&](StoreKitConfiguration& config) { config.settings.billingGracePeriodEnabled = c.grace; },
+           {.clockStart = kStart});
+    buy("pro.monthly");
+    store->setRenewalBillingIssuesEnabled(true);
+    store->advanceClock(std::chrono::days(31 + c.daysLate));
+    EXPECT_EQ(settle(), Lines{}) << "a renewal that fails to bill reports nothing";
+    EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.monthly"))), c.statusBefore);
+    store->setRenewalBillingIssuesEnabled(false);
+    EXPECT_EQ(settle(), c.charged.empty() ? Lines{} : Lines{c.charged});
+    EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.monthly"))), c.statusAfter);
+  }
+  // The file's switches are the starting state.
+  reopen([](StoreKitConfiguration& config) { config.settings.renewalBillingIssuesEnabled = true; });
+  buy("pro.weekly");
+  store->advanceClock(std::chrono::days(4));
+  EXPECT_EQ(settle(), Lines{});
+  EXPECT_EQ(store->subscriptionStatus(id("pro.weekly")).state, SubscriptionStatus::State::inBillingRetryPeriod);
+}
+
+TEST_F(SandboxStoreTest, AutoRenewOffRefundsAndStatus) {
+  open({}, {.clockStart = kStart});
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.yearly"))), "not subscribed");
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("coins100"))), "not subscribed");
+  EXPECT_THROW(store->subscriptionStatus("nope"), std::invalid_argument);
+  EXPECT_THROW(store->cancelAutoRenew(id("pro.yearly")), std::invalid_argument);
+
+  buy("pro.yearly");  // a week's trial
+  store->cancelAutoRenew(id("pro.yearly"));
+  EXPECT_THROW(store->cancelAutoRenew(id("pro.yearly")), std::invalid_argument) << "already off";
+  store->resumeAutoRenew(id("pro.yearly"));
+  store->cancelAutoRenew(id("pro.yearly"));
+  store->advanceClock(std::chrono::days(30));
+  EXPECT_EQ(settle(), Lines{}) << "runs out without a transaction";
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.yearly"))), "expired pro.yearly 2026-01-08");
+  EXPECT_THROW(store->resumeAutoRenew(id("pro.yearly")), std::invalid_argument) << "too late";
+
+  // Buying again renews as usual; a refund revokes it, and it renews no more.
+  EXPECT_EQ(buy("pro.yearly").back(), "pro.yearly purchased #2 of #1");
+  EXPECT_EQ(store->transactions().back().offer, LedgerEntry::OfferKind::none) << "no second trial";
+  buy("lifetime");
+  store->refund(id("pro.yearly"), 1);
+  store->refund(id("lifetime"));
+  EXPECT_EQ(settle(), (Lines{"revoked pro.yearly", "revoked lifetime"}));
+  EXPECT_THROW(store->refund(id("lifetime")), std::invalid_argument) << "refunded once";
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.weekly"))), "revoked pro.yearly");
+  store->advanceClock(std::chrono::days(400));
+  EXPECT_EQ(settle(), Lines{});
+  SKPaymentQueue::defaultQueue().restoreCompletedTransactions();
+  EXPECT_EQ(settle(), (Lines{"pro.yearly restored #4 of #1", "restore finished"})) << "no refunded lifetime";
+
+  const auto receipt = foundation::parseJson(*foundation::readFileIfPresent(store->receiptPath()));
+  std::string cancellations;
+  for (const auto& entry : receipt.find("in_app")->arrayValue()) {
+    if (const auto* date = entry.find("cancellation_date")) {
+      cancellations += shortName(entry.find("product_id")->stringValue()) + " " + date->stringValue().substr(0, 10) +
+                       " " + entry.find("cancellation_reason")->stringValue() + "; ";
+    }
+  }
+  EXPECT_EQ(cancellations, "pro.yearly 2026-01-31 1; lifetime 2026-01-31 0; ");
+
+  store->setStorefront("JPN");
+  store->setStorefront("JPN");
+  EXPECT_EQ(settle(), Lines{"storefront changed"});
+}
+
+TEST_F(SandboxStoreTest, OfferCodesForEligibleCustomersOnly) {
+  // pro.monthly's code offer "Half year code" (C3000005): pay up front for six months, for
+  // new and expired customers.
+  enum Customer { newcomer, subscriber, refunded };
+  const struct {
+    Customer customer;
+    std::string offer;
+    std::optional<std::string> refusal;
+  } cases[] = {
+      {newcomer, "Half year code", std::nullopt},
+      {newcomer, "C3000005", std::nullopt},
+      {subscriber, "Half year code",
+       "the offer is for new or expired customers, and this customer is subscribed in the group"},
+      {refunded, "Half year code", std::nullopt},  // a former subscriber counts as expired
+  };
+  for (const auto& c : cases) {
+    reopen({}, {.clockStart = kStart});
+    if (c.customer != newcomer) buy("pro.weekly");
+    if (c.customer == refunded) store->refund(id("pro.weekly"));
+    settle();
+    EXPECT_EQ(store->redeemOfferCode(id("pro.monthly"), c.offer), c.refusal);
+    const Lines reported = settle();
+    if (c.refusal) {
+      EXPECT_EQ(reported, Lines{});
+      continue;
+    }
+    ASSERT_EQ(reported.size(), 1u);
+    EXPECT_TRUE(reported[0].starts_with("pro.monthly purchased #")) << reported[0];
+    const LedgerEntry redeemed = store->transactions().back();
+    EXPECT_EQ(redeemed.offer, LedgerEntry::OfferKind::code);
+    EXPECT_EQ(redeemed.offerIdentifier, "Half year code");
+    EXPECT_EQ(*redeemed.expiresDate, std::chrono::sys_days(std::chrono::year(2026) / 7 / 1));
+  }
+  EXPECT_THROW(store->redeemOfferCode(id("pro.monthly"), "nope"), std::invalid_argument);
+  EXPECT_THROW(store->redeemOfferCode(id("coins100"), "Half year code"), std::invalid_argument);
+}
+
+TEST_F(SandboxStoreTest, InterruptedPurchasesCompleteWhenResolved) {
+  open([](StoreKitConfiguration& c) { c.settings.billingIssuesEnabled = true; });
+  EXPECT_THROW(store->resolveInterruptedPurchase(), std::invalid_argument);
+  EXPECT_EQ(buy("pro.monthly", signedOffer("loyalty.trial")), (Lines{"pro.monthly purchasing", "pro.monthly failed (0)"}));
+  store->setInterruptedPurchasesEnabled(false);
+  buy("coins100");
+  EXPECT_EQ(store->resolveInterruptedPurchase(), "3");
+  EXPECT_EQ(settle(), Lines{"pro.monthly purchased #3"});
+  // The new transaction carries the payment as it was made, offer and signature included.
+  EXPECT_EQ(log->last()->payment().paymentDiscount, signedOffer("loyalty.trial"));
+  EXPECT_EQ(store->transactions().back().offer, LedgerEntry::OfferKind::promotional);
+  EXPECT_THROW(store->resolveInterruptedPurchase(), std::invalid_argument) << "resolved once";
+}
+
+TEST_F(SandboxStoreTest, ALaterProcessContinuesWhereTheFirstLeftOff) {
+  ::setenv("VELQUIST_SANDBOX_TEST_FOLDER", folder.c_str(), 1);
+  EXPECT_EXIT(
+      {
+        open({}, {.clockStart = kStart});
+        buy("pro.yearly");
+        buy("pro.monthly", signedOffer("loyalty.trial"));  // a downgrade at the next renewal, unfinished
+        buy("cloud.monthly");
+        store->cancelAutoRenew(id("cloud.monthly"));
+        store->setInterruptedPurchasesEnabled(true);
+        buy("lifetime");
+        store->setRenewalBillingIssuesEnabled(true);
+        store->advanceClock(std::chrono::days(10));  // the yearly's trial ends: billing fails
+        store->waitUntilIdle();
+        std::_Exit(0);
+      },
+      ::testing::ExitedWithCode(0), "");
+  ::unsetenv("VELQUIST_SANDBOX_TEST_FOLDER");
+
+  open();
+  Lines resumed = settle();
+  ASSERT_FALSE(resumed.empty());
+  EXPECT_EQ(resumed[1], "pro.monthly purchased #2 of #1");
+  // The payment comes back whole, its signed offer included.
+  for (const auto& transaction : log->all()) {
+    if (transaction->transactionIdentifier() == "2") {
+      EXPECT_EQ(transaction->payment().paymentDiscount, signedOffer("loyalty.trial"));
+    }
+  }
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.yearly"))), "inBillingRetryPeriod pro.yearly 2026-01-08");
+  EXPECT_EQ(store->resolveInterruptedPurchase(), "5");
+  settle();
+  // Billing fixed: the renewal is the downgrade, under its offer.
+  store->setRenewalBillingIssuesEnabled(false);
+  EXPECT_EQ(settle(), Lines{"pro.monthly purchased #6 of #1"});
+  EXPECT_EQ(store->transactions().back().offerIdentifier, "loyalty.trial");
+  store->advanceClock(std::chrono::days(90));  // past the end of the cloud's three months
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("cloud.quarterly"))), "expired cloud.monthly 2026-04-01");
+}
+
+TEST_F(SandboxStoreTest, YearsOfDailyRenewalsCatchUpInOneStep) {
+  // Twenty years behind the clock, a daily subscription catches up in linear time: every
+  // entry is found by its identifier, not by a search of the ledger.
+  open([](StoreKitConfiguration& c) {
+    auto& weekly = c.subscriptionGroups[0].subscriptions[0];
+    weekly.recurringSubscriptionPeriod = Period{.iso8601 = "P1D", .unit = Period::Unit::day, .count = 1};
+    weekly.introductoryOffer.reset();
+  });
+  buy("pro.weekly");
+  store->advanceClock(std::chrono::days(20 * 365));
+  EXPECT_EQ(settle().size(), 20u * 365u);
+  EXPECT_EQ(store->transactions().size(), 20u * 365u + 1);
 }
 
 TEST(StoreKitConformance, FixturesSellThroughTheStoreInTheirStorefrontsCurrency) {
