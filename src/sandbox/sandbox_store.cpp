@@ -629,7 +629,8 @@ class SandboxStore::State {
       first->billingIssueSince.reset();
       first->gracePeriodEnd.reset();
       changed = true;
-      if (!inRetry || !renews) continue;  // too late: it stays expired
+      if (!inRetry) first->autoRenewOff = true;  // too late: it stays expired until bought again
+      if (!inRetry || !renews) continue;
       if (!renew(latestIndex, current, inGrace ? since : current)) continue;
       std::vector<std::string> renewed{ledger_.entries.back().identifier};
       catchUp(original, ledger_.entries.size() - 1, current, renewed);

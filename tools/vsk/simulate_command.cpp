@@ -334,7 +334,8 @@ void play(const Step& step, sandbox::SandboxStore& store, StoreWatcher& watcher,
     }
   } else if (verb == "status") {
     const auto status = store.subscriptionStatus(w[1]);
-    std::string line = "  status: " + w[1] + " " + std::string(sandbox::name(status.state));
+    // The product the customer holds in the group, which may be another than the one named.
+    std::string line = "  status: " + status.productIdentifier.value_or(w[1]) + " " + std::string(sandbox::name(status.state));
     if (status.expiresDate) line += " expires " + dateText(*status.expiresDate);
     output.add(std::move(line));
   } else if (verb == "restore") {
@@ -379,7 +380,8 @@ Command simulateCommand() {
                  "                                    or internal id)\n"
                  "  interrupt on|off                  purchases fail as interrupted until resolved\n"
                  "  resolve-interrupted               complete the oldest interrupted purchase\n"
-                 "  status <product>                  print the subscription's state in the product's group\n"
+                 "  status <product>                  print the state of the subscription held in the\n"
+                 "                                    product's group, naming the product held\n"
                  "\n"
                  "Buying another subscription of the group one holds follows the group's levels: a higher\n"
                  "level (or the same level and period) at once, a lower one (or another period) at the\n"
