@@ -811,3 +811,67 @@ TEST(StoreKitConformance, FixturesSellThroughTheStoreInTheirStorefrontsCurrency)
 
 }  // namespace
 }  // namespace velquist::sandbox
+
+namespace velquist::sandbox {
+namespace {
+
+TEST(StoreKitConformance, FixturesRedeemTheirCodeOffersAndGoThroughBillingTrouble) {
+  const fs::path fixtures = fs::path(VELQUIST_SOURCE_DIR) / "../shared/fixtures/storekit";
+  if (!fs::is_directory(fixtures)) GTEST_SKIP() << "no shared .storekit fixtures at " << fixtures;
+  const fs::path folder = fs::temp_directory_path() / ("sandbox-fixture-codes-" + std::to_string(::getpid()));
+  std::size_t redeemed = 0, refused = 0, billed = 0;
+  for (const auto& file : fs::directory_iterator(fixtures)) {
+    if (file.path().extension() != ".storekit") continue;
+    SCOPED_TRACE(file.path().filename().string());
+    fs::remove_all(folder);
+    auto store = SandboxStore::open(file.path(), {.stateDirectory = folder, .publishesReceipt = false});
+    platform::setDefaultStoreBackend(store);
+    for (const auto& group : store->configuration().subscriptionGroups) {
+      for (const auto& subscription : group.subscriptions) {
+        for (const auto& code : subscription.codeOffers) {
+          store->clearTransactions();  // a customer new to the group each time
+          const auto refusal = store->redeemOfferCode(subscription.productID, code.internalID);
+          const bool forNewcomers = std::ranges::find(code.eligibility, "new") != code.eligibility.end();
+          EXPECT_EQ(refusal.has_value(), !forNewcomers) << subscription.productID << " " << code.referenceName;
+          if (refusal) {
+            EXPECT_NE(refusal->find("new to the group"), std::string::npos) << *refusal;
+            ++refused;
+            continue;
+          }
+          const LedgerEntry entry = store->transactions().back();
+          EXPECT_EQ(entry.offer, LedgerEntry::OfferKind::code);
+          EXPECT_EQ(entry.offerIdentifier, code.referenceName);
+          ++redeemed;
+        }
+      }
+    }
+    // The first subscription bought, its renewal failing to bill: grace as the file says,
+    // retry otherwise, and a fix charges it.
+    if (store->configuration().subscriptionGroups.empty()) continue;
+    const std::string product = store->configuration().subscriptionGroups[0].subscriptions[0].productID;
+    const bool grace = store->configuration().settings.billingGracePeriodEnabled;
+    store->clearTransactions();
+    SKPaymentQueue::defaultQueue().add(SKPayment{.productIdentifier = product});
+    store->waitUntilIdle();
+    store->setRenewalBillingIssuesEnabled(true);
+    const auto ends = *store->transactions().back().expiresDate;
+    store->advanceClock(std::chrono::duration_cast<std::chrono::seconds>(ends - store->now()) + std::chrono::hours(1));
+    EXPECT_EQ(store->subscriptionStatus(product).state,
+              grace ? SubscriptionStatus::State::inGracePeriod : SubscriptionStatus::State::inBillingRetryPeriod);
+    const auto before = store->transactions().size();
+    store->setRenewalBillingIssuesEnabled(false);
+    EXPECT_EQ(store->transactions().size(), before + 1);
+    EXPECT_EQ(store->subscriptionStatus(product).state, SubscriptionStatus::State::subscribed);
+    store->waitUntilIdle();
+    ++billed;
+  }
+  platform::setDefaultStoreBackend(nullptr);
+  fs::remove_all(folder);
+  EXPECT_GT(redeemed, 0u);
+  EXPECT_GT(billed, 0u);
+  std::cout << "[ fixtures  ] " << redeemed << " code offers redeemed, " << refused << " refused to newcomers, " << billed
+            << " files through billing trouble\n";
+}
+
+}  // namespace
+}  // namespace velquist::sandbox
