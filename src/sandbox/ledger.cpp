@@ -66,6 +66,7 @@ void addLaterFields(ObjectBuilder& object, const LedgerEntry& entry) {
                                       .build());
   }
   if (entry.simulatesAskToBuyInSandbox) object.add("simulatesAskToBuyInSandbox", true);
+  object.addIfPresent("stackedCodeOffer", entry.stackedCodeOffer);
   if (entry.changesAtRenewal) object.add("changesAtRenewal", true);
   if (entry.interrupted) object.add("interrupted", true);
   if (entry.interruptionResolved) object.add("interruptionResolved", true);
@@ -175,6 +176,7 @@ void readLaterFields(const Reader& reader, LedgerEntry& entry) {
                                                         .timestamp = discount->member("timestamp").integer()};
   }
   entry.simulatesAskToBuyInSandbox = flag("simulatesAskToBuyInSandbox");
+  if (auto stacked = reader.optionalMember("stackedCodeOffer")) entry.stackedCodeOffer = stacked->text();
   entry.changesAtRenewal = flag("changesAtRenewal");
   entry.interrupted = flag("interrupted");
   entry.interruptionResolved = flag("interruptionResolved");

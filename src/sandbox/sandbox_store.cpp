@@ -414,7 +414,11 @@ class SandboxStore::State {
     if (!found->subscription) return;
     const Subscription& subscription = *found->subscription;
     Term term{.period = subscription.recurringSubscriptionPeriod};
-    if (codeOffer) {
+    const bool introductory = subscription.introductoryOffer && isEligibleForIntroductoryOffer(*found->group, entry);
+    if (codeOffer && codeOffer->isStackable && introductory) {
+      term = offerTerm(*subscription.introductoryOffer, LedgerEntry::OfferKind::introductory, std::nullopt);
+      entry.stackedCodeOffer = codeOffer->referenceName;
+    } else if (codeOffer) {
       term = offerTerm(*codeOffer, LedgerEntry::OfferKind::code, codeOffer->referenceName);
     } else if (discount) {
       entry.offerIdentifier = discount->identifier;
@@ -424,7 +428,7 @@ class SandboxStore::State {
         return fail(SKError::Code::missingOfferParams);
       }
       term = offerTerm(*offer, LedgerEntry::OfferKind::promotional, offer->offerID);
-    } else if (subscription.introductoryOffer && isEligibleForIntroductoryOffer(*found->group, entry)) {
+    } else if (introductory) {
       term = offerTerm(*subscription.introductoryOffer, LedgerEntry::OfferKind::introductory, std::nullopt);
     }
     if (entry.originalIdentifier) {
@@ -602,13 +606,25 @@ class SandboxStore::State {
     }
     const auto found = detail::findEntry(configuration, productID);
     if (!found || !found->subscription) return false;
-    if (!term) term = nextTerm(*found->subscription, previous);
+    std::optional<std::string> stacked;
+    if (!term) {
+      term = nextTerm(*found->subscription, previous);
+      // A stacked code offer waits while the introductory offer runs, then follows it.
+      if (previous.stackedCodeOffer && term->offer == LedgerEntry::OfferKind::introductory) {
+        stacked = previous.stackedCodeOffer;
+      } else if (previous.stackedCodeOffer) {
+        if (const CodeOffer* code = codeOfferNamed(*found->subscription, *previous.stackedCodeOffer)) {
+          term = offerTerm(*code, LedgerEntry::OfferKind::code, code->referenceName);
+        }
+      }
+    }
     LedgerEntry& renewal = record(LedgerEntry{.originalIdentifier = original,
                                               .productIdentifier = productID,
                                               .quantity = previous.quantity,
                                               .applicationUsername = previous.applicationUsername,
                                               .state = TransactionState::purchased,
                                               .purchaseDate = purchaseDate});
+    renewal.stackedCodeOffer = std::move(stacked);
     apply(renewal, *term, start);
     return true;
   }

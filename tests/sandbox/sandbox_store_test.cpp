@@ -143,7 +143,7 @@ class SandboxStoreTest : public ::testing::Test {
     Lines lines;
     for (const auto& entry : store->transactions()) {
       if (entry.productIdentifier != id(product) || entry.state != platform::SKPaymentTransactionState::purchased) continue;
-      static constexpr const char* names[] = {"full", "intro", "promo"};
+      static constexpr const char* names[] = {"full", "intro", "promo", "code"};
       lines.push_back(names[static_cast<int>(entry.offer)] +
                       (entry.offerPeriodIndex ? " " + std::to_string(entry.offerPeriodIndex) : ""));
     }
@@ -665,21 +665,29 @@ TEST_F(SandboxStoreTest, AutoRenewOffRefundsAndStatus) {
 
 TEST_F(SandboxStoreTest, OfferCodesForEligibleCustomersOnly) {
   // pro.monthly's code offer "Half year code" (C3000005): pay up front for six months, for
-  // new and expired customers.
+  // new and expired customers, stackable on the introductory offer (three months, paid
+  // monthly) that newcomers get.
   enum Customer { newcomer, subscriber, refunded };
   const struct {
     Customer customer;
+    bool stackable;
     std::string offer;
     std::optional<std::string> refusal;
+    Lines offers;  // of pro.monthly, after 300 days
   } cases[] = {
-      {newcomer, "Half year code", std::nullopt},
-      {newcomer, "C3000005", std::nullopt},
-      {subscriber, "Half year code",
-       "the offer is for new or expired customers, and this customer is subscribed in the group"},
-      {refunded, "Half year code", std::nullopt},  // a former subscriber counts as expired
+      {newcomer, true, "Half year code", std::nullopt, {"intro 1", "intro 2", "intro 3", "code 1", "full"}},
+      {newcomer, true, "C3000005", std::nullopt, {"intro 1", "intro 2", "intro 3", "code 1", "full"}},
+      {newcomer, false, "Half year code", std::nullopt, {"code 1", "full", "full", "full", "full"}},
+      {subscriber, true, "Half year code",
+       "the offer is for new or expired customers, and this customer is subscribed in the group", {}},
+      // A former subscriber counts as expired, and has had the introductory offer.
+      {refunded, true, "Half year code", std::nullopt, {"code 1", "full", "full", "full", "full"}},
   };
   for (const auto& c : cases) {
-    reopen({}, {.clockStart = kStart});
+    SCOPED_TRACE(c.offer + (c.stackable ? " stackable" : ""));
+    reopen([&](StoreKitConfiguration& config) {
+      config.subscriptionGroups[0].subscriptions[1].codeOffers[0].isStackable = c.stackable;
+    }, {.clockStart = kStart});
     if (c.customer != newcomer) buy("pro.weekly");
     if (c.customer == refunded) store->refund(id("pro.weekly"));
     settle();
@@ -691,10 +699,8 @@ TEST_F(SandboxStoreTest, OfferCodesForEligibleCustomersOnly) {
     }
     ASSERT_EQ(reported.size(), 1u);
     EXPECT_TRUE(reported[0].starts_with("pro.monthly purchased #")) << reported[0];
-    const LedgerEntry redeemed = store->transactions().back();
-    EXPECT_EQ(redeemed.offer, LedgerEntry::OfferKind::code);
-    EXPECT_EQ(redeemed.offerIdentifier, "Half year code");
-    EXPECT_EQ(*redeemed.expiresDate, std::chrono::sys_days(std::chrono::year(2026) / 7 / 1));
+    store->advanceClock(std::chrono::days(300));
+    EXPECT_EQ(offers("pro.monthly"), c.offers);
   }
   EXPECT_THROW(store->redeemOfferCode(id("pro.monthly"), "nope"), std::invalid_argument);
   EXPECT_THROW(store->redeemOfferCode(id("coins100"), "Half year code"), std::invalid_argument);
@@ -847,9 +853,11 @@ TEST(StoreKitConformance, FixturesRedeemTheirCodeOffersAndGoThroughBillingTroubl
             ++refused;
             continue;
           }
+          // Stackable on an introductory offer, the code follows it; otherwise it applies now.
           const LedgerEntry entry = store->transactions().back();
-          EXPECT_EQ(entry.offer, LedgerEntry::OfferKind::code);
-          EXPECT_EQ(entry.offerIdentifier, code.referenceName);
+          const bool stacked = code.isStackable && subscription.introductoryOffer;
+          EXPECT_EQ(entry.offer, stacked ? LedgerEntry::OfferKind::introductory : LedgerEntry::OfferKind::code);
+          EXPECT_EQ(stacked ? entry.stackedCodeOffer : entry.offerIdentifier, code.referenceName);
           ++redeemed;
         }
       }

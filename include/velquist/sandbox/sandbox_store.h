@@ -84,6 +84,9 @@ struct LedgerEntry {
   /// flag: a later process hands the app the payment exactly as it was made.
   std::optional<platform::SKPaymentDiscount> paymentDiscount;
   bool simulatesAskToBuyInSandbox = false;
+  /// A stackable code offer redeemed with the introductory offer: it follows once the
+  /// introductory periods end (carried from entry to entry until then).
+  std::optional<std::string> stackedCodeOffer;
   /// A purchase of a lower level (or of the same level with another period) in a group the
   /// customer is subscribed to: it is purchased but charges nothing, and the subscription
   /// switches to its product at the next renewal. It has no expiry date of its own.
@@ -160,7 +163,8 @@ std::string_view name(SubscriptionStatus::State state);
 ///   charges the renewal at once; a subscription not fixed in time expires.
 /// - Auto-renew can be turned off (the subscription runs out) and on again; a transaction can
 ///   be refunded (the entitlement ends and observers hear that it was revoked); offer codes
-///   are redeemed by reference name or internal id for eligible customers; purchases can be
+///   are redeemed by reference name or internal id for eligible customers (a stackable one
+///   follows the introductory offer of a customer new to the group); purchases can be
 ///   interrupted (`_billingIssuesEnabled`: they fail until resolved, then a new purchased
 ///   transaction arrives).
 /// - Restoring reports a restored transaction for every non-consumable and every first
