@@ -769,6 +769,50 @@ TEST_F(SandboxStoreTest, ALaterProcessContinuesWhereTheFirstLeftOff) {
   EXPECT_EQ(statusLine(store->subscriptionStatus(id("cloud.quarterly"))), "expired cloud.monthly 2026-04-01");
 }
 
+TEST_F(SandboxStoreTest, TheLedgerKeepsEverythingAndOlderLedgersStillLoad) {
+  open({}, {.clockStart = kStart});
+  store->redeemOfferCode(id("pro.monthly"), "Half year code");        // stacked on the introductory offer
+  buy("pro.weekly");                                                  // a crossgrade waiting for the renewal
+  buy("cloud.quarterly");
+  store->cancelAutoRenew(id("cloud.quarterly"));
+  buy("lifetime");
+  store->refund(id("lifetime"), 1);
+  store->setInterruptedPurchasesEnabled(true);
+  buy("coins100");
+  buy("coins100", signedOffer("x"));
+  store->setInterruptedPurchasesEnabled(false);
+  store->resolveInterruptedPurchase();
+  store->setBillingGracePeriodEnabled(true);
+  store->setRenewalBillingIssuesEnabled(true);
+  store->advanceClock(std::chrono::days(40));
+  settle();
+  const auto before = store->transactions();
+  platform::setDefaultStoreBackend(nullptr);
+  store.reset();
+  open();
+  EXPECT_EQ(store->transactions(), before);
+
+  // A ledger written before any of this: a subscription and a purchase waiting for approval
+  // under a promotional offer, with only the offer's identifier kept.
+  const std::string old =
+      R"({"format":1,"clock":1767225600000,"nextIdentifier":3,"transactions":[)"
+      R"({"identifier":"1","productIdentifier":"com.velquist.demo.pro.yearly","quantity":1,"state":1,)"
+      R"("purchaseDate":1767225600000,"expiresDate":1798761600000,"offer":"none","offerPeriodIndex":0,"finished":true},)"
+      R"({"identifier":"2","originalIdentifier":"1","productIdentifier":"com.velquist.demo.pro.monthly","quantity":1,"state":4,)"
+      R"("purchaseDate":1767225600000,"offer":"none","offerIdentifier":"loyalty.trial","offerPeriodIndex":0,"finished":false}]})";
+  platform::setDefaultStoreBackend(nullptr);
+  store.reset();
+  fs::remove_all(folder);
+  foundation::writeFileAtomically(folder / "ledger.json", old);
+  open();
+  settle();
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.monthly"))), "subscribed pro.yearly 2027-01-01");
+  store->approveAskToBuyTransaction("2");  // a downgrade now, under the offer the ledger named
+  EXPECT_EQ(settle(), Lines{"pro.monthly purchased #2 of #1"});
+  EXPECT_TRUE(store->transactions()[1].changesAtRenewal);
+  EXPECT_EQ(store->transactions()[1].offer, LedgerEntry::OfferKind::promotional);
+}
+
 TEST_F(SandboxStoreTest, YearsOfDailyRenewalsCatchUpInOneStep) {
   // Twenty years behind the clock, a daily subscription catches up in linear time: every
   // entry is found by its identifier, not by a search of the ledger.
