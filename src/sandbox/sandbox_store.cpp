@@ -1165,6 +1165,8 @@ void SandboxStore::forceRenewal(std::string_view productIdentifier) {
     const LedgerEntry& latest = state.ledger_.entries[index];
     if (latest.productIdentifier != productIdentifier) continue;
     if (*latest.expiresDate <= state.now()) continue;  // lapsed: renewed by the clock, not here
+    const LedgerEntry* first = state.entryNamed(original);
+    if (latest.revocationDate || (first && (first->autoRenewOff || first->billingIssueSince))) continue;  // won't renew
     // The current period ends now, and the next begins.
     state.ledger_.entries[index].expiresDate = state.now();
     state.renewDue();

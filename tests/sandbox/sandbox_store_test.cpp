@@ -627,6 +627,7 @@ TEST_F(SandboxStoreTest, AutoRenewOffRefundsAndStatus) {
   buy("pro.yearly");  // a week's trial
   store->cancelAutoRenew(id("pro.yearly"));
   EXPECT_THROW(store->cancelAutoRenew(id("pro.yearly")), std::invalid_argument) << "already off";
+  EXPECT_THROW(store->forceRenewal(id("pro.yearly")), std::invalid_argument) << "it will not renew";
   store->resumeAutoRenew(id("pro.yearly"));
   store->cancelAutoRenew(id("pro.yearly"));
   store->advanceClock(std::chrono::days(30));

@@ -300,7 +300,8 @@ class SandboxStore final : public platform::StoreBackend, public std::enable_sha
   /// The same by a calendar period (`P1M` from 31 January ends on the last day of February).
   void advanceClock(const Period& period);
   /// Renews an active subscription now, as if its period had just ended; throws
-  /// `std::invalid_argument` when the product has no active subscription.
+  /// `std::invalid_argument` when the product has no active subscription that renews
+  /// (refunded, auto-renew off or waiting for billing to be fixed).
   void forceRenewal(std::string_view productIdentifier);
 
   // The ledger.
