@@ -509,6 +509,49 @@ TEST_F(SandboxStoreTest, ConcurrentBuyersEachGetTheirOwnTransaction) {
   EXPECT_EQ(identifiers.size(), store->transactions().size());  // every purchase and renewal, once each
 }
 
+TEST_F(SandboxStoreTest, SubscriptionChangesFromManyThreadsWhileTheTimerRenews) {
+  // Every subscription renews every two seconds of real time while threads change plans,
+  // billing, auto-renew, refunds and codes; each step must leave the ledger consistent.
+  open([](StoreKitConfiguration& c) { c.settings.timeRate = 1005; }, {.followsTimeRate = true});
+  buy("pro.monthly");
+  buy("cloud.monthly");
+  {
+    std::vector<std::jthread> threads;
+    const auto tolerant = [](auto&& step) {
+      try {
+        step();
+      } catch (const std::invalid_argument&) {  // not possible in the state another thread left
+      }
+    };
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20; ++i) {
+        store->setRenewalBillingIssuesEnabled(i % 2 == 0);
+        store->advanceClock(std::chrono::seconds(3));
+      }
+    });
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20; ++i) {
+        SKPaymentQueue::defaultQueue().add(SKPayment{.productIdentifier = id(i % 2 ? "pro.yearly" : "pro.weekly")});
+        tolerant([&] { store->cancelAutoRenew(id("cloud.monthly")); });
+        tolerant([&] { store->resumeAutoRenew(id("cloud.monthly")); });
+      }
+    });
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20; ++i) {
+        tolerant([&] { store->refund(id("pro.weekly")); });
+        store->redeemOfferCode(id("pro.monthly"), "C3000005");
+        store->subscriptionStatus(id("cloud.quarterly"));
+        store->setInterruptedPurchasesEnabled(i % 3 == 0);
+        tolerant([&] { store->resolveInterruptedPurchase(); });
+      }
+    });
+  }
+  settle();
+  std::set<std::string> identifiers;
+  for (const auto& entry : store->transactions()) identifiers.insert(entry.identifier);
+  EXPECT_EQ(identifiers.size(), store->transactions().size());
+}
+
 TEST_F(SandboxStoreTest, TheClockCanFollowTheFilesTimeRate) {
   // Every period lasts two seconds.
   open([](StoreKitConfiguration& c) { c.settings.timeRate = 1005; }, {.followsTimeRate = true});
