@@ -797,11 +797,10 @@ TEST_F(SandboxStoreTest, ALaterProcessContinuesWhereTheFirstLeftOff) {
   ASSERT_FALSE(resumed.empty());
   EXPECT_EQ(resumed[1], "pro.monthly purchased #2 of #1");
   // The payment comes back whole, its signed offer included.
-  for (const auto& transaction : log->all()) {
-    if (transaction->transactionIdentifier() == "2") {
-      EXPECT_EQ(transaction->payment().paymentDiscount, signedOffer("loyalty.trial"));
-    }
-  }
+  const auto all = log->all();
+  const auto second = std::ranges::find_if(all, [](const auto& t) { return t->transactionIdentifier() == "2"; });
+  ASSERT_NE(second, all.end());
+  EXPECT_EQ((*second)->payment().paymentDiscount, signedOffer("loyalty.trial"));
   EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.yearly"))), "inBillingRetryPeriod pro.yearly 2026-01-08");
   EXPECT_EQ(store->resolveInterruptedPurchase(), "5");
   settle();

@@ -114,6 +114,9 @@ struct LedgerEntry {
 };
 
 /// Where a customer's subscription in a group stands, as the store would tell the app.
+/// A plain value; `vsk simulate` prints it as
+///
+///     status: com.example.pro.monthly inGracePeriod expires 2027-03-17T00:00:00Z
 struct SubscriptionStatus {
   enum class State { notSubscribed, subscribed, expired, inBillingRetryPeriod, inGracePeriod, revoked };
 
