@@ -856,20 +856,6 @@ TEST_F(SandboxStoreTest, TheLedgerKeepsEverythingAndOlderLedgersStillLoad) {
   EXPECT_EQ(store->transactions()[1].offer, LedgerEntry::OfferKind::promotional);
 }
 
-TEST_F(SandboxStoreTest, YearsOfDailyRenewalsCatchUpInOneStep) {
-  // Twenty years behind the clock, a daily subscription catches up in linear time: every
-  // entry is found by its identifier, not by a search of the ledger.
-  open([](StoreKitConfiguration& c) {
-    auto& weekly = c.subscriptionGroups[0].subscriptions[0];
-    weekly.recurringSubscriptionPeriod = Period{.iso8601 = "P1D", .unit = Period::Unit::day, .count = 1};
-    weekly.introductoryOffer.reset();
-  });
-  buy("pro.weekly");
-  store->advanceClock(std::chrono::days(20 * 365));
-  EXPECT_EQ(settle().size(), 20u * 365u);
-  EXPECT_EQ(store->transactions().size(), 20u * 365u + 1);
-}
-
 TEST(StoreKitConformance, FixturesSellThroughTheStoreInTheirStorefrontsCurrency) {
   const fs::path fixtures = fs::path(VELQUIST_SOURCE_DIR) / "../shared/fixtures/storekit";
   if (!fs::is_directory(fixtures)) GTEST_SKIP() << "no shared .storekit fixtures at " << fixtures;
