@@ -570,7 +570,8 @@ class SandboxStore::State {
         const auto found = detail::findEntry(configuration, latest.productIdentifier);
         first->billingIssueSince = latest.expiresDate;
         if (gracePeriod_ && found && found->subscription) {
-          first->gracePeriodEnd = *latest.expiresDate + gracePeriodLength(found->subscription->recurringSubscriptionPeriod);
+          const Period& period = found->subscription->recurringSubscriptionPeriod;
+          first->gracePeriodEnd = *latest.expiresDate + gracePeriodLength(period);
         }
         changed = true;
         break;
@@ -1109,7 +1110,9 @@ std::optional<std::string> SandboxStore::redeemOfferCode(std::string_view produc
     const LedgerEntry* first = state.entryNamed(chain->first);
     const SubscriptionStatus status = state.statusIn(*found->group);
     using enum SubscriptionStatus::State;
-    if (first && (status.state == subscribed || status.state == inGracePeriod || status.state == inBillingRetryPeriod)) {
+    const bool holds = status.state == subscribed || status.state == inGracePeriod ||
+                       status.state == inBillingRetryPeriod;
+    if (first && holds) {
       kind = "existing";
       described = "subscribed in the group";
     } else {
