@@ -153,8 +153,8 @@ std::string_view name(SubscriptionStatus::State state);
 ///   transaction is the first purchase. A customer holds one subscription per group:
 ///   buying another one of the group (or the same one again) continues it under the same
 ///   first purchase, at the new product's terms from when the change takes effect (below).
-///   A non-consumable bought again
-///   is handed back the same way, with its first purchase as original.
+///   A non-consumable bought again is handed back the same way, with its first purchase
+///   as original.
 /// - Plan changes follow the group levels (`groupNumber`, 1 the highest): buying a higher
 ///   level while subscribed upgrades at once; a lower level (or the same level with another
 ///   period) is purchased without a charge and the subscription switches to it at the next
