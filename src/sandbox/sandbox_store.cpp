@@ -1038,6 +1038,22 @@ std::string SandboxStore::resolveInterruptedPurchase() {
   return identifier;
 }
 
+std::string SandboxStore::purchaseOutsideApp(std::string_view productIdentifier) {
+  State& state = *state_;
+  support::LockGuard lock(state.mutex);
+  const std::string productID(productIdentifier);
+  if (!detail::findEntry(state.configuration, productID)) throw std::invalid_argument("no product \"" + productID + "\"");
+  LedgerEntry& entry = state.record(LedgerEntry{.originalIdentifier = state.originalFor(productID),
+                                                .productIdentifier = productID,
+                                                .purchaseDate = state.now()});
+  state.complete(entry, std::nullopt);
+  const std::string identifier = entry.identifier;
+  state.saveOrLog();
+  state.report({state.entryNamed(identifier)});
+  state.wakeTimer();
+  return identifier;
+}
+
 void SandboxStore::cancelAutoRenew(std::string_view productIdentifier) {
   State& state = *state_;
   support::LockGuard lock(state.mutex);

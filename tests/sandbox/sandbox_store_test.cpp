@@ -763,6 +763,11 @@ TEST_F(SandboxStoreTest, InterruptedPurchasesCompleteWhenResolved) {
   EXPECT_EQ(store->transactions().back().offer, LedgerEntry::OfferKind::promotional);
   EXPECT_THROW(store->resolveInterruptedPurchase(), std::invalid_argument) << "resolved once";
 
+  // Bought outside the app, a purchase arrives purchased, continuing the group as any other.
+  EXPECT_EQ(store->purchaseOutsideApp(id("pro.yearly")), "4");
+  EXPECT_EQ(settle(), Lines{"pro.yearly purchased #4 of #3"});
+  EXPECT_THROW(store->purchaseOutsideApp("nope"), std::invalid_argument);
+
   // Hand-made files may name the switch as the test session does.
   for (const char* key : {"_billingIssuesEnabled", "_interruptedPurchasesEnabled"}) {
     const auto configuration =

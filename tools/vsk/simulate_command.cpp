@@ -228,7 +228,9 @@ bool isWellFormed(const Step& step) {
       verb == "grace-period" || verb == "interrupt") {
     return w.size() == 2 && (w[1] == "on" || w[1] == "off");
   }
-  if (verb == "cancel" || verb == "resume" || verb == "refund" || verb == "status") return w.size() == 2;
+  if (verb == "cancel" || verb == "resume" || verb == "refund" || verb == "status" || verb == "buy-outside") {
+    return w.size() == 2;
+  }
   if (verb == "redeem") return w.size() >= 3;
   if (verb == "approve" || verb == "decline" || verb == "restore" || verb == "resolve-interrupted") return w.size() == 1;
   if (verb == "finish") return w.size() == 2 && w[1] == "all";
@@ -319,6 +321,8 @@ void play(const Step& step, sandbox::SandboxStore& store, StoreWatcher& watcher,
     store.setInterruptedPurchasesEnabled(w[1] == "on");
   } else if (verb == "resolve-interrupted") {
     store.resolveInterruptedPurchase();
+  } else if (verb == "buy-outside") {
+    store.purchaseOutsideApp(w[1]);
   } else if (verb == "cancel") {
     store.cancelAutoRenew(w[1]);
   } else if (verb == "resume") {
@@ -380,6 +384,7 @@ Command simulateCommand() {
                  "                                    or internal id)\n"
                  "  interrupt on|off                  purchases fail as interrupted until resolved\n"
                  "  resolve-interrupted               complete the oldest interrupted purchase\n"
+                 "  buy-outside <product>             a purchase made outside the app, reported purchased\n"
                  "  status <product>                  print the state of the subscription held in the\n"
                  "                                    product's group, naming the product held\n"
                  "\n"

@@ -266,6 +266,11 @@ class SandboxStore final : public platform::StoreBackend, public std::enable_sha
   /// `std::invalid_argument` when no interrupted purchase waits.
   std::string resolveInterruptedPurchase();
 
+  /// Makes a purchase as if outside the app (a promoted purchase, or one in the store's own
+  /// app): the observers hear of a purchased transaction they never saw purchasing. Returns
+  /// its ledger identifier; throws `std::invalid_argument` for an unknown product.
+  std::string purchaseOutsideApp(std::string_view productIdentifier);
+
   // Subscriptions and refunds.
 
   /// Turns auto-renew off for the active subscription of the product's group: it runs to
