@@ -28,6 +28,7 @@ std::string_view offerName(LedgerEntry::OfferKind offer) {
   switch (offer) {
     case LedgerEntry::OfferKind::introductory: return "introductory";
     case LedgerEntry::OfferKind::promotional: return "promotional";
+    case LedgerEntry::OfferKind::code: return "code";
     case LedgerEntry::OfferKind::none: break;
   }
   return "none";
@@ -52,6 +53,31 @@ class ObjectBuilder {
   JsonValue::Object members_;
 };
 
+// Fields added after the first ledgers were written: each is left out at its default, so a
+// ledger that uses none of them reads the same in any version, and older ledgers still load.
+void addLaterFields(ObjectBuilder& object, const LedgerEntry& entry) {
+  if (const auto& discount = entry.paymentDiscount) {
+    object.add("paymentDiscount", ObjectBuilder()
+                                      .add("identifier", std::string_view(discount->identifier))
+                                      .add("keyIdentifier", std::string_view(discount->keyIdentifier))
+                                      .add("nonce", std::string_view(discount->nonce))
+                                      .add("signature", std::string_view(discount->signature))
+                                      .add("timestamp", discount->timestamp)
+                                      .build());
+  }
+  if (entry.simulatesAskToBuyInSandbox) object.add("simulatesAskToBuyInSandbox", true);
+  object.addIfPresent("stackedCodeOffer", entry.stackedCodeOffer);
+  if (entry.changesAtRenewal) object.add("changesAtRenewal", true);
+  if (entry.interrupted) object.add("interrupted", true);
+  if (entry.interruptionResolved) object.add("interruptionResolved", true);
+  if (entry.revocationDate) object.add("revocationDate", millisecondsOf(*entry.revocationDate));
+  if (entry.revocationReason) object.add("revocationReason", *entry.revocationReason);
+  object.addIfPresent("pendingChange", entry.pendingChange);
+  if (entry.autoRenewOff) object.add("autoRenewOff", true);
+  if (entry.billingIssueSince) object.add("billingIssueSince", millisecondsOf(*entry.billingIssueSince));
+  if (entry.gracePeriodEnd) object.add("gracePeriodEnd", millisecondsOf(*entry.gracePeriodEnd));
+}
+
 JsonValue entryJson(const LedgerEntry& entry) {
   ObjectBuilder object;
   object.add("identifier", std::string_view(entry.identifier))
@@ -67,6 +93,7 @@ JsonValue entryJson(const LedgerEntry& entry) {
       .addIfPresent("offerIdentifier", entry.offerIdentifier)
       .add("offerPeriodIndex", static_cast<std::int64_t>(entry.offerPeriodIndex))
       .add("finished", entry.finished);
+  addLaterFields(object, entry);
   return object.build();
 }
 
@@ -135,6 +162,32 @@ class Reader {
   const JsonValue& value_;
 };
 
+// The fields `addLaterFields` writes; each may be missing.
+void readLaterFields(const Reader& reader, LedgerEntry& entry) {
+  auto flag = [&](std::string_view key) {
+    const auto member = reader.optionalMember(key);
+    return member && member->boolean();
+  };
+  if (auto discount = reader.optionalMember("paymentDiscount")) {
+    entry.paymentDiscount = platform::SKPaymentDiscount{.identifier = discount->member("identifier").text(),
+                                                        .keyIdentifier = discount->member("keyIdentifier").text(),
+                                                        .nonce = discount->member("nonce").text(),
+                                                        .signature = discount->member("signature").text(),
+                                                        .timestamp = discount->member("timestamp").integer()};
+  }
+  entry.simulatesAskToBuyInSandbox = flag("simulatesAskToBuyInSandbox");
+  if (auto stacked = reader.optionalMember("stackedCodeOffer")) entry.stackedCodeOffer = stacked->text();
+  entry.changesAtRenewal = flag("changesAtRenewal");
+  entry.interrupted = flag("interrupted");
+  entry.interruptionResolved = flag("interruptionResolved");
+  if (auto date = reader.optionalMember("revocationDate")) entry.revocationDate = date->date();
+  if (auto reason = reader.optionalMember("revocationReason")) entry.revocationReason = reason->integer();
+  if (auto change = reader.optionalMember("pendingChange")) entry.pendingChange = change->text();
+  entry.autoRenewOff = flag("autoRenewOff");
+  if (auto date = reader.optionalMember("billingIssueSince")) entry.billingIssueSince = date->date();
+  if (auto date = reader.optionalMember("gracePeriodEnd")) entry.gracePeriodEnd = date->date();
+}
+
 LedgerEntry readEntry(const Reader& reader) {
   LedgerEntry entry;
   entry.identifier = reader.member("identifier").text();
@@ -152,12 +205,15 @@ LedgerEntry readEntry(const Reader& reader) {
     entry.offer = LedgerEntry::OfferKind::introductory;
   } else if (offerText == "promotional") {
     entry.offer = LedgerEntry::OfferKind::promotional;
+  } else if (offerText == "code") {
+    entry.offer = LedgerEntry::OfferKind::code;
   } else if (offerText != "none") {
     offer.fail("unknown offer \"" + offerText + "\"");
   }
   if (auto identifier = reader.optionalMember("offerIdentifier")) entry.offerIdentifier = identifier->text();
   entry.offerPeriodIndex = static_cast<std::int32_t>(reader.member("offerPeriodIndex").integer());
   entry.finished = reader.member("finished").boolean();
+  readLaterFields(reader, entry);
   return entry;
 }
 
@@ -227,6 +283,7 @@ std::string receiptText(const Ledger& ledger, const std::optional<std::string>& 
   for (const LedgerEntry& entry : ledger.entries) {
     using State = platform::SKPaymentTransactionState;
     if (entry.state != State::purchased && entry.state != State::restored) continue;
+    if (entry.changesAtRenewal) continue;  // charged only when the renewal comes
     ObjectBuilder object;
     object.add("product_id", std::string_view(entry.productIdentifier))
         .add("quantity", entry.quantity)
@@ -237,6 +294,10 @@ std::string receiptText(const Ledger& ledger, const std::optional<std::string>& 
     if (entry.expiresDate) object.add("expires_date", std::string_view(iso8601Text(*entry.expiresDate)));
     if (entry.offer != LedgerEntry::OfferKind::none) object.add("offer_type", offerName(entry.offer));
     object.addIfPresent("offer_identifier", entry.offerIdentifier);
+    if (entry.revocationDate) {
+      object.add("cancellation_date", std::string_view(iso8601Text(*entry.revocationDate)))
+          .add("cancellation_reason", std::string_view(std::to_string(entry.revocationReason.value_or(0))));
+    }
     purchases.push_back(object.build());
   }
   ObjectBuilder receipt;

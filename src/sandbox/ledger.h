@@ -35,7 +35,9 @@ void writeLedger(const std::filesystem::path& path, const Ledger& ledger);
 /// The receipt of every purchase and restore in the ledger, as JSON text: the bundle
 /// identifier, when it was made, and one entry per purchased or restored transaction with
 /// the fields a receipt validator reads: product, transaction and original transaction
-/// identifiers, dates in ISO 8601 with milliseconds, quantity and the offer used.
+/// identifiers, dates in ISO 8601 with milliseconds, quantity, the offer used and, for a
+/// refunded one, the cancellation date and reason. A plan change waiting for the next
+/// renewal is left out: it has charged nothing yet.
 std::string receiptText(const Ledger& ledger, const std::optional<std::string>& bundleIdentifier);
 
 /// "2026-11-21T21:45:05.120Z"

@@ -82,6 +82,17 @@ Term offerTerm(const Offer& offer, LedgerEntry::OfferKind kind, std::optional<st
               .count = stepwise ? 1 : offer.numberOfPeriods};
 }
 
+// A code offer by its reference name or, failing that, its internal id.
+const CodeOffer* codeOfferNamed(const Subscription& subscription, std::string_view name) {
+  for (const auto& offer : subscription.codeOffers) {
+    if (offer.referenceName == name) return &offer;
+  }
+  for (const auto& offer : subscription.codeOffers) {
+    if (offer.internalID == name) return &offer;
+  }
+  return nullptr;
+}
+
 const Offer* offerOf(const Subscription& subscription, const LedgerEntry& entry) {
   if (entry.offer == LedgerEntry::OfferKind::introductory && subscription.introductoryOffer) {
     return &*subscription.introductoryOffer;
@@ -91,7 +102,29 @@ const Offer* offerOf(const Subscription& subscription, const LedgerEntry& entry)
       if (offer.offerID == entry.offerIdentifier) return &offer;
     }
   }
+  if (entry.offer == LedgerEntry::OfferKind::code && entry.offerIdentifier) {
+    return codeOfferNamed(subscription, *entry.offerIdentifier);
+  }
   return nullptr;
+}
+
+bool samePeriod(const Period& a, const Period& b) { return a.unit == b.unit && a.count == b.count; }
+
+// Whether moving from `current` to `next` within a group waits for the next renewal: a
+// downgrade does, and a crossgrade to another period.
+bool waitsForRenewal(const Subscription& current, const Subscription& next) {
+  if (next.groupNumber != current.groupNumber) return next.groupNumber > current.groupNumber;
+  return !samePeriod(next.recurringSubscriptionPeriod, current.recurringSubscriptionPeriod);
+}
+
+// "new or expired"
+std::string joinedWithOr(const std::vector<std::string>& words) {
+  std::string text;
+  for (std::size_t index = 0; index < words.size(); ++index) {
+    if (index > 0) text += index + 1 == words.size() ? " or " : ", ";
+    text += words[index];
+  }
+  return text.empty() ? "no" : text;
 }
 
 // The term that follows `previous`: the offer's next period while it lasts, else the
@@ -108,6 +141,19 @@ Term nextTerm(const Subscription& subscription, const LedgerEntry& previous) {
 }
 
 }  // namespace
+
+std::string_view name(SubscriptionStatus::State state) {
+  using enum SubscriptionStatus::State;
+  switch (state) {
+    case subscribed: return "subscribed";
+    case expired: return "expired";
+    case inBillingRetryPeriod: return "inBillingRetryPeriod";
+    case inGracePeriod: return "inGracePeriod";
+    case revoked: return "revoked";
+    case notSubscribed: break;
+  }
+  return "not subscribed";
+}
 
 class SandboxStore::State {
  public:
@@ -129,13 +175,19 @@ class SandboxStore::State {
     }
     productsFailure_ = simulatedError(settings, "Load Products");
     restoreFailure_ = simulatedError(settings, "App Store Sync");
+    billingFails_ = settings.renewalBillingIssuesEnabled;
+    gracePeriod_ = settings.billingGracePeriodEnabled;
+    interrupts_ = settings.billingIssuesEnabled;
     if (options.followsTimeRate) followedRate = detail::timeRateNamed(settings.timeRate);
 
     support::LockGuard lock(mutex);
     if (auto stored = detail::readLedger(ledgerPath)) {
       ledger_ = std::move(*stored);
     } else {
-      ledger_.clock = std::chrono::system_clock::now();
+      ledger_.clock = options.clockStart.value_or(std::chrono::system_clock::now());
+    }
+    for (std::size_t index = 0; index < ledger_.entries.size(); ++index) {
+      positions_.emplace(ledger_.entries[index].identifier, index);
     }
     anchorStore_ = ledger_.clock;
     anchorReal_ = steady_clock::now();
@@ -228,15 +280,18 @@ class SandboxStore::State {
 
   LedgerEntry& record(LedgerEntry entry) VELQUIST_REQUIRES(mutex) {
     entry.identifier = std::to_string(ledger_.nextIdentifier++);
+    positions_.emplace(entry.identifier, ledger_.entries.size());
     ledger_.entries.push_back(std::move(entry));
     return ledger_.entries.back();
   }
 
-  LedgerEntry* entryNamed(std::string_view identifier) VELQUIST_REQUIRES(mutex) {
-    for (auto& entry : ledger_.entries) {
-      if (entry.identifier == identifier) return &entry;
-    }
-    return nullptr;
+  LedgerEntry* entryNamed(const std::string& identifier) VELQUIST_REQUIRES(mutex) {
+    const auto found = positions_.find(identifier);
+    return found == positions_.end() ? nullptr : &ledger_.entries[found->second];
+  }
+  const LedgerEntry* entryNamed(const std::string& identifier) const VELQUIST_REQUIRES(mutex) {
+    const auto found = positions_.find(identifier);
+    return found == positions_.end() ? nullptr : &ledger_.entries[found->second];
   }
 
   // The app's transaction object for a ledger entry: the one it already holds, or a new one.
@@ -248,7 +303,9 @@ class SandboxStore::State {
     }
     SKPayment payment{.productIdentifier = entry.productIdentifier,
                       .quantity = entry.quantity,
-                      .applicationUsername = entry.applicationUsername};
+                      .applicationUsername = entry.applicationUsername,
+                      .paymentDiscount = entry.paymentDiscount,
+                      .simulatesAskToBuyInSandbox = entry.simulatesAskToBuyInSandbox};
     auto transaction = std::make_shared<SKPaymentTransaction>(std::move(payment), progressOf(entry), std::move(original));
     objects_.emplace(entry.identifier, transaction);
     identifiers_.emplace(transaction.get(), entry.identifier);
@@ -268,6 +325,7 @@ class SandboxStore::State {
   }
 
   static std::string failureMessage(const LedgerEntry& entry) {
+    if (entry.interrupted) return "the purchase was interrupted: the customer must act before it completes";
     switch (entry.errorCode.value_or(SKError::Code::unknown)) {
       case SKError::Code::paymentCancelled: return "the purchase was declined";
       case SKError::Code::storeProductNotAvailable: return "the store does not sell \"" + entry.productIdentifier + "\"";
@@ -340,8 +398,10 @@ class SandboxStore::State {
     return std::nullopt;
   }
 
-  // Completes a purchase: fills in what it bought, or why it failed.
-  void complete(LedgerEntry& entry, const std::optional<platform::SKPaymentDiscount>& discount) VELQUIST_REQUIRES(mutex) {
+  // Completes a purchase: fills in what it bought, or why it failed. A code offer, when
+  // given, is what the customer redeemed.
+  void complete(LedgerEntry& entry, const std::optional<platform::SKPaymentDiscount>& discount,
+                const CodeOffer* codeOffer = nullptr) VELQUIST_REQUIRES(mutex) {
     auto fail = [&](SKError::Code code) {
       entry.state = TransactionState::failed;
       entry.errorCode = code;
@@ -354,7 +414,13 @@ class SandboxStore::State {
     if (!found->subscription) return;
     const Subscription& subscription = *found->subscription;
     Term term{.period = subscription.recurringSubscriptionPeriod};
-    if (discount) {
+    const bool introductory = subscription.introductoryOffer && isEligibleForIntroductoryOffer(*found->group, entry);
+    if (codeOffer && codeOffer->isStackable && introductory) {
+      term = offerTerm(*subscription.introductoryOffer, LedgerEntry::OfferKind::introductory, std::nullopt);
+      entry.stackedCodeOffer = codeOffer->referenceName;
+    } else if (codeOffer) {
+      term = offerTerm(*codeOffer, LedgerEntry::OfferKind::code, codeOffer->referenceName);
+    } else if (discount) {
       entry.offerIdentifier = discount->identifier;
       const auto offer = std::ranges::find(subscription.promotionalOffers, discount->identifier, &PromotionalOffer::offerID);
       if (offer == subscription.promotionalOffers.end()) return fail(SKError::Code::invalidOfferIdentifier);
@@ -362,58 +428,234 @@ class SandboxStore::State {
         return fail(SKError::Code::missingOfferParams);
       }
       term = offerTerm(*offer, LedgerEntry::OfferKind::promotional, offer->offerID);
-    } else if (subscription.introductoryOffer && isEligibleForIntroductoryOffer(*found->group, entry)) {
+    } else if (introductory) {
       term = offerTerm(*subscription.introductoryOffer, LedgerEntry::OfferKind::introductory, std::nullopt);
     }
-    apply(entry, term);
+    if (entry.originalIdentifier) {
+      LedgerEntry* first = entryNamed(*entry.originalIdentifier);
+      const LedgerEntry* latest = latestOfChain(*entry.originalIdentifier);
+      if (first && latest && isSubscribed(*first, *latest)) {
+        const auto current = detail::findEntry(configuration, latest->productIdentifier);
+        if (current && current->subscription && waitsForRenewal(*current->subscription, subscription)) {
+          // Nothing is charged now; the next renewal is of this product, under this offer.
+          entry.changesAtRenewal = true;
+          entry.offer = term.offer;
+          entry.offerIdentifier = term.offerIdentifier;
+          first->pendingChange = entry.identifier;
+          first->autoRenewOff = false;
+          return;
+        }
+      }
+      // A change at once, or a return: the subscription starts afresh on this purchase.
+      if (first) resetRenewalState(*first);
+    }
+    apply(entry, term, entry.purchaseDate);
   }
 
-  void apply(LedgerEntry& entry, const Term& term) {
+  static void resetRenewalState(LedgerEntry& first) {
+    first.pendingChange.reset();
+    first.autoRenewOff = false;
+    first.billingIssueSince.reset();
+    first.gracePeriodEnd.reset();
+  }
+
+  void apply(LedgerEntry& entry, const Term& term, Date start) {
     entry.offer = term.offer;
     entry.offerIdentifier = term.offerIdentifier;
     entry.offerPeriodIndex = term.offerPeriodIndex;
-    entry.expiresDate = detail::periodEnd(entry.purchaseDate, term.period, term.count, followedRate);
+    entry.expiresDate = detail::periodEnd(start, term.period, term.count, followedRate);
+  }
+
+  // --- subscriptions ---------------------------------------------------------------------
+
+  const LedgerEntry* latestOfChain(const std::string& original) const VELQUIST_REQUIRES(mutex) {
+    for (const auto& [first, index] : latestOfChains()) {
+      if (first == original) return &ledger_.entries[index];
+    }
+    return nullptr;
+  }
+
+  // The customer's subscription in a group, as (first purchase, index of the latest entry).
+  std::optional<std::pair<std::string, std::size_t>> chainInGroup(const SubscriptionGroup& group) const
+      VELQUIST_REQUIRES(mutex) {
+    for (const auto& chain : latestOfChains()) {
+      const auto found = detail::findEntry(configuration, ledger_.entries[chain.second].productIdentifier);
+      if (found && found->group == &group) return chain;
+    }
+    return std::nullopt;
+  }
+
+  // In a paid-up period, with billing in order and no refund.
+  bool isSubscribed(const LedgerEntry& first, const LedgerEntry& latest) const VELQUIST_REQUIRES(mutex) {
+    return !latest.revocationDate && !first.billingIssueSince && *latest.expiresDate > now();
+  }
+
+  // How long access continues after a renewal fails to bill, and how long billing is
+  // retried. The time rates that renew after a fixed time shorten both to that time.
+  std::chrono::seconds gracePeriodLength(const Period& period) const {
+    if (followedRate && followedRate->fixedPeriod) return *followedRate->fixedPeriod;
+    const bool weekly = (period.unit == Period::Unit::week && period.count == 1) ||
+                        (period.unit == Period::Unit::day && period.count <= 7);
+    return std::chrono::days(weekly ? 6 : 16);
+  }
+  std::chrono::seconds billingRetryLength() const {
+    if (followedRate && followedRate->fixedPeriod) return *followedRate->fixedPeriod * 2;
+    return std::chrono::days(60);
+  }
+
+  SubscriptionStatus statusIn(const SubscriptionGroup& group) const VELQUIST_REQUIRES(mutex) {
+    using enum SubscriptionStatus::State;
+    const auto chain = chainInGroup(group);
+    if (!chain) return {};
+    const LedgerEntry& latest = ledger_.entries[chain->second];
+    const LedgerEntry* first = entryNamed(chain->first);
+    SubscriptionStatus status{.productIdentifier = latest.productIdentifier};
+    const Date current = now();
+    if (latest.revocationDate) {
+      status.state = revoked;
+    } else if (first && first->billingIssueSince) {
+      const Date since = *first->billingIssueSince;
+      if (first->gracePeriodEnd && current < *first->gracePeriodEnd) {
+        status.state = inGracePeriod;
+        status.expiresDate = first->gracePeriodEnd;
+      } else {
+        status.state = current < since + billingRetryLength() ? inBillingRetryPeriod : expired;
+        status.expiresDate = since;
+      }
+    } else {
+      status.state = *latest.expiresDate > current ? subscribed : expired;
+      status.expiresDate = latest.expiresDate;
+    }
+    return status;
   }
 
   // Renews every subscription whose period ended by now, as often as it ended; one
-  // report per subscription.
+  // report per subscription. True when the ledger changed (and was saved).
   bool renewDue() VELQUIST_REQUIRES(mutex) {
     const Date current = now();
     std::vector<std::vector<std::string>> batches;
+    bool changed = false;
     for (const auto& [original, latestIndex] : latestOfChains()) {
-      std::size_t index = latestIndex;
       std::vector<std::string> renewed;
-      while (*ledger_.entries[index].expiresDate <= current) {
-        if (!renew(index)) break;
-        index = ledger_.entries.size() - 1;
-        renewed.push_back(ledger_.entries[index].identifier);
-      }
+      changed |= catchUp(original, latestIndex, current, renewed);
       if (!renewed.empty()) batches.push_back(std::move(renewed));
     }
-    if (batches.empty()) return false;
+    if (batches.empty() && !changed) return false;
     saveOrLog();
+    reportBatches(batches);
+    return true;
+  }
+
+  void reportBatches(const std::vector<std::vector<std::string>>& batches) VELQUIST_REQUIRES(mutex) {
     for (const auto& batch : batches) {
       std::vector<const LedgerEntry*> entries;
       for (const auto& identifier : batch) entries.push_back(entryNamed(identifier));
       report(entries);
     }
-    return true;
   }
 
-  // Appends the renewal of the purchased entry at `index`; false when its product is no
-  // longer an auto-renewable subscription of the catalogue.
-  bool renew(std::size_t index) VELQUIST_REQUIRES(mutex) {
+  // Renews one subscription as often as its period ended by `current`, appending the
+  // renewals; stops at a refund, at auto-renew off, or where billing fails (noting when).
+  // True when it changed the ledger.
+  bool catchUp(const std::string& original, std::size_t index, Date current, std::vector<std::string>& renewed)
+      VELQUIST_REQUIRES(mutex) {
+    bool changed = false;
+    while (*ledger_.entries[index].expiresDate <= current) {
+      const LedgerEntry& latest = ledger_.entries[index];
+      if (latest.revocationDate) break;
+      LedgerEntry* first = entryNamed(original);
+      if (first && (first->autoRenewOff || first->billingIssueSince)) break;
+      if (billingFails_) {
+        if (!first) break;
+        const auto found = detail::findEntry(configuration, latest.productIdentifier);
+        first->billingIssueSince = latest.expiresDate;
+        if (gracePeriod_ && found && found->subscription) {
+          const Period& period = found->subscription->recurringSubscriptionPeriod;
+          first->gracePeriodEnd = *latest.expiresDate + gracePeriodLength(period);
+        }
+        changed = true;
+        break;
+      }
+      const Date due = *latest.expiresDate;
+      if (!renew(index, due, due)) break;
+      index = ledger_.entries.size() - 1;
+      renewed.push_back(ledger_.entries[index].identifier);
+      changed = true;
+    }
+    return changed;
+  }
+
+  // Appends the renewal of the purchased entry at `index`, dated `purchaseDate`, its period
+  // starting at `start`: of the product a pending plan change names, else of the same
+  // product. False when that product is no longer an auto-renewable subscription of the
+  // catalogue.
+  bool renew(std::size_t index, Date purchaseDate, Date start) VELQUIST_REQUIRES(mutex) {
     const LedgerEntry previous = ledger_.entries[index];
-    const auto found = detail::findEntry(configuration, previous.productIdentifier);
+    const std::string original = previous.originalIdentifier.value_or(previous.identifier);
+    std::string productID = previous.productIdentifier;
+    std::optional<Term> term;
+    if (LedgerEntry* first = entryNamed(original); first && first->pendingChange) {
+      const LedgerEntry* change = entryNamed(*first->pendingChange);
+      first->pendingChange.reset();
+      const auto changed = change ? detail::findEntry(configuration, change->productIdentifier) : std::nullopt;
+      if (changed && changed->subscription) {
+        productID = change->productIdentifier;
+        const Offer* offer = offerOf(*changed->subscription, *change);
+        term = offer ? offerTerm(*offer, change->offer, change->offerIdentifier)
+                     : Term{.period = changed->subscription->recurringSubscriptionPeriod};
+      }
+    }
+    const auto found = detail::findEntry(configuration, productID);
     if (!found || !found->subscription) return false;
-    LedgerEntry& renewal = record(LedgerEntry{.originalIdentifier = previous.originalIdentifier.value_or(previous.identifier),
-                                              .productIdentifier = previous.productIdentifier,
+    std::optional<std::string> stacked;
+    if (!term) {
+      term = nextTerm(*found->subscription, previous);
+      // A stacked code offer waits while the introductory offer runs, then follows it.
+      if (previous.stackedCodeOffer && term->offer == LedgerEntry::OfferKind::introductory) {
+        stacked = previous.stackedCodeOffer;
+      } else if (previous.stackedCodeOffer) {
+        if (const CodeOffer* code = codeOfferNamed(*found->subscription, *previous.stackedCodeOffer)) {
+          term = offerTerm(*code, LedgerEntry::OfferKind::code, code->referenceName);
+        }
+      }
+    }
+    LedgerEntry& renewal = record(LedgerEntry{.originalIdentifier = original,
+                                              .productIdentifier = productID,
                                               .quantity = previous.quantity,
                                               .applicationUsername = previous.applicationUsername,
                                               .state = TransactionState::purchased,
-                                              .purchaseDate = *previous.expiresDate});
-    apply(renewal, nextTerm(*found->subscription, previous));
+                                              .purchaseDate = purchaseDate});
+    renewal.stackedCodeOffer = std::move(stacked);
+    apply(renewal, *term, start);
     return true;
+  }
+
+  // The customer fixed their payment: every subscription within its retry window is charged
+  // now (its period keeps its dates when still in grace), then caught up as usual.
+  void resolveBillingIssues() VELQUIST_REQUIRES(mutex) {
+    const Date current = now();
+    std::vector<std::vector<std::string>> batches;
+    bool changed = false;
+    for (const auto& [original, latestIndex] : latestOfChains()) {
+      LedgerEntry* first = entryNamed(original);
+      if (!first || !first->billingIssueSince) continue;
+      const Date since = *first->billingIssueSince;
+      const bool inGrace = first->gracePeriodEnd && current < *first->gracePeriodEnd;
+      const bool inRetry = current < since + billingRetryLength();
+      const bool renews = !first->autoRenewOff && !ledger_.entries[latestIndex].revocationDate;
+      first->billingIssueSince.reset();
+      first->gracePeriodEnd.reset();
+      changed = true;
+      if (!inRetry) first->autoRenewOff = true;  // too late: it stays expired until bought again
+      if (!inRetry || !renews) continue;
+      if (!renew(latestIndex, current, inGrace ? since : current)) continue;
+      std::vector<std::string> renewed{ledger_.entries.back().identifier};
+      catchUp(original, ledger_.entries.size() - 1, current, renewed);
+      batches.push_back(std::move(renewed));
+    }
+    if (!changed) return;
+    saveOrLog();
+    reportBatches(batches);
   }
 
   // --- the renewal timer, while following the file's time rate ----------------------------
@@ -423,7 +665,10 @@ class SandboxStore::State {
     while (!stop.stop_requested()) {
       std::optional<Date> next;
       for (const auto& [original, index] : latestOfChains()) {
-        const Date expires = *ledger_.entries[index].expiresDate;
+        const LedgerEntry& latest = ledger_.entries[index];
+        const LedgerEntry* first = entryNamed(original);
+        if (latest.revocationDate || (first && (first->autoRenewOff || first->billingIssueSince))) continue;
+        const Date expires = *latest.expiresDate;
         if (!next || expires < *next) next = expires;
       }
       // Sleeps until the next period ends, or until the ledger or the clock changes.
@@ -461,7 +706,13 @@ class SandboxStore::State {
   std::optional<SKError> purchaseFailure_ VELQUIST_GUARDED_BY(mutex);
   std::optional<SKError> productsFailure_ VELQUIST_GUARDED_BY(mutex);
   std::optional<SKError> restoreFailure_ VELQUIST_GUARDED_BY(mutex);
+  bool billingFails_ VELQUIST_GUARDED_BY(mutex) = false;
+  bool gracePeriod_ VELQUIST_GUARDED_BY(mutex) = false;
+  bool interrupts_ VELQUIST_GUARDED_BY(mutex) = false;
   Ledger ledger_ VELQUIST_GUARDED_BY(mutex);
+  // Where each ledger identifier sits in `ledger_.entries`, so catching up many renewals
+  // stays linear.
+  std::unordered_map<std::string, std::size_t> positions_ VELQUIST_GUARDED_BY(mutex);
   Date anchorStore_ VELQUIST_GUARDED_BY(mutex);
   steady_clock::time_point anchorReal_ VELQUIST_GUARDED_BY(mutex);
   // The transaction objects handed to the app, by ledger identifier, and back.
@@ -537,7 +788,9 @@ void SandboxStore::addPayment(const SKPayment& payment) {
                                                 .productIdentifier = payment.productIdentifier,
                                                 .quantity = payment.quantity,
                                                 .applicationUsername = payment.applicationUsername,
-                                                .purchaseDate = state.now()});
+                                                .purchaseDate = state.now(),
+                                                .paymentDiscount = payment.paymentDiscount,
+                                                .simulatesAskToBuyInSandbox = payment.simulatesAskToBuyInSandbox});
   const std::string identifier = entry.identifier;
   // The app's object keeps the payment as given, discount included.
   auto transaction = std::make_shared<SKPaymentTransaction>(
@@ -550,6 +803,10 @@ void SandboxStore::addPayment(const SKPayment& payment) {
   if (state.purchaseFailure_) {
     entry.state = TransactionState::failed;
     entry.errorCode = state.purchaseFailure_->code();
+  } else if (state.interrupts_) {
+    entry.state = TransactionState::failed;
+    entry.errorCode = SKError::Code::unknown;
+    entry.interrupted = true;
   } else if (state.askToBuy_ || payment.simulatesAskToBuyInSandbox) {
     entry.state = TransactionState::deferred;
   } else {
@@ -591,7 +848,7 @@ void SandboxStore::restoreCompletedTransactions(const std::optional<std::string>
   const std::size_t count = state.ledger_.entries.size();
   for (std::size_t index = 0; index < count; ++index) {
     const LedgerEntry first = state.ledger_.entries[index];
-    if (first.state != TransactionState::purchased || first.originalIdentifier) continue;
+    if (first.state != TransactionState::purchased || first.originalIdentifier || first.revocationDate) continue;
     const auto found = detail::findEntry(state.configuration, first.productIdentifier);
     if (!found || (found->product->type != ProductType::nonConsumable && !found->subscription)) continue;
     LedgerEntry& entry = state.record(LedgerEntry{.originalIdentifier = first.identifier,
@@ -657,7 +914,8 @@ void SandboxStore::setStorefront(std::string_view countryCode) {
   const auto storefront = storefrontNamed(countryCode);
   if (!storefront) throw std::invalid_argument("unknown storefront \"" + std::string(countryCode) + "\"");
   support::LockGuard lock(state_->mutex);
-  state_->storefront_ = *storefront;
+  if (std::exchange(state_->storefront_, *storefront).countryCode == storefront->countryCode) return;
+  state_->reports.schedule([] { platform::SKPaymentQueue::defaultQueue().reportStorefrontDidChange(); });
 }
 
 void SandboxStore::setLocale(std::optional<std::string> localeIdentifier) {
@@ -701,15 +959,17 @@ std::vector<LedgerEntry> SandboxStore::deferredTransactions() const {
 void SandboxStore::approveAskToBuyTransaction(std::string_view identifier) {
   State& state = *state_;
   support::LockGuard lock(state.mutex);
-  LedgerEntry* entry = state.entryNamed(identifier);
+  LedgerEntry* entry = state.entryNamed(std::string(identifier));
   if (!entry || entry->state != TransactionState::deferred || entry->finished) {
     throw std::invalid_argument("no purchase waits for approval as \"" + std::string(identifier) + "\"");
   }
   std::optional<platform::SKPaymentDiscount> discount;
   if (const auto found = state.objects_.find(entry->identifier); found != state.objects_.end()) {
     discount = found->second->payment().paymentDiscount;
+  } else if (entry->paymentDiscount) {
+    discount = entry->paymentDiscount;  // an earlier process took the payment
   } else if (entry->offerIdentifier) {
-    // An earlier process took the payment; the ledger kept which offer it asked for.
+    // A ledger from before payments were kept whole names only the offer.
     discount = platform::SKPaymentDiscount{.identifier = *entry->offerIdentifier, .keyIdentifier = "ledger",
                                            .nonce = "ledger", .signature = "ledger"};
   }
@@ -722,7 +982,7 @@ void SandboxStore::approveAskToBuyTransaction(std::string_view identifier) {
 void SandboxStore::declineAskToBuyTransaction(std::string_view identifier) {
   State& state = *state_;
   support::LockGuard lock(state.mutex);
-  LedgerEntry* entry = state.entryNamed(identifier);
+  LedgerEntry* entry = state.entryNamed(std::string(identifier));
   if (!entry || entry->state != TransactionState::deferred || entry->finished) {
     throw std::invalid_argument("no purchase waits for approval as \"" + std::string(identifier) + "\"");
   }
@@ -735,6 +995,167 @@ void SandboxStore::declineAskToBuyTransaction(std::string_view identifier) {
     entry->finished = true;
     state.saveOrLog();
   }
+}
+
+void SandboxStore::setRenewalBillingIssuesEnabled(bool enabled) {
+  State& state = *state_;
+  support::LockGuard lock(state.mutex);
+  state.billingFails_ = enabled;
+  if (!enabled) state.resolveBillingIssues();
+  state.wakeTimer();
+}
+
+void SandboxStore::setBillingGracePeriodEnabled(bool enabled) {
+  support::LockGuard lock(state_->mutex);
+  state_->gracePeriod_ = enabled;
+}
+
+void SandboxStore::setInterruptedPurchasesEnabled(bool enabled) {
+  support::LockGuard lock(state_->mutex);
+  state_->interrupts_ = enabled;
+}
+
+std::string SandboxStore::resolveInterruptedPurchase() {
+  State& state = *state_;
+  support::LockGuard lock(state.mutex);
+  const auto interrupted = std::ranges::find_if(state.ledger_.entries, [](const LedgerEntry& entry) {
+    return entry.interrupted && !entry.interruptionResolved;
+  });
+  if (interrupted == state.ledger_.entries.end()) throw std::invalid_argument("no interrupted purchase waits");
+  interrupted->interruptionResolved = true;
+  LedgerEntry purchase{.originalIdentifier = state.originalFor(interrupted->productIdentifier),
+                       .productIdentifier = interrupted->productIdentifier,
+                       .quantity = interrupted->quantity,
+                       .applicationUsername = interrupted->applicationUsername,
+                       .paymentDiscount = interrupted->paymentDiscount,
+                       .simulatesAskToBuyInSandbox = interrupted->simulatesAskToBuyInSandbox};
+  LedgerEntry& entry = state.record(std::move(purchase));
+  state.complete(entry, entry.paymentDiscount);
+  const std::string identifier = entry.identifier;
+  state.saveOrLog();
+  state.report({state.entryNamed(identifier)});
+  state.wakeTimer();
+  return identifier;
+}
+
+std::string SandboxStore::purchaseOutsideApp(std::string_view productIdentifier) {
+  State& state = *state_;
+  support::LockGuard lock(state.mutex);
+  const std::string productID(productIdentifier);
+  if (!detail::findEntry(state.configuration, productID)) throw std::invalid_argument("no product \"" + productID + "\"");
+  LedgerEntry& entry = state.record(LedgerEntry{.originalIdentifier = state.originalFor(productID),
+                                                .productIdentifier = productID,
+                                                .purchaseDate = state.now()});
+  state.complete(entry, std::nullopt);
+  const std::string identifier = entry.identifier;
+  state.saveOrLog();
+  state.report({state.entryNamed(identifier)});
+  state.wakeTimer();
+  return identifier;
+}
+
+void SandboxStore::cancelAutoRenew(std::string_view productIdentifier) {
+  State& state = *state_;
+  support::LockGuard lock(state.mutex);
+  const std::string productID(productIdentifier);
+  const auto found = detail::findEntry(state.configuration, productID);
+  const auto chain = found && found->group ? state.chainInGroup(*found->group) : std::nullopt;
+  LedgerEntry* first = chain ? state.entryNamed(chain->first) : nullptr;
+  if (first && !first->autoRenewOff && state.isSubscribed(*first, state.ledger_.entries[chain->second])) {
+    const LedgerEntry* pending = first->pendingChange ? state.entryNamed(*first->pendingChange) : nullptr;
+    if (state.ledger_.entries[chain->second].productIdentifier == productID ||
+        (pending && pending->productIdentifier == productID)) {
+      first->autoRenewOff = true;
+      first->pendingChange.reset();  // turning renewal off drops a plan change with it
+      state.saveOrLog();
+      state.wakeTimer();
+      return;
+    }
+  }
+  throw std::invalid_argument("no active subscription to \"" + productID + "\" renews");
+}
+
+void SandboxStore::resumeAutoRenew(std::string_view productIdentifier) {
+  State& state = *state_;
+  support::LockGuard lock(state.mutex);
+  const std::string productID(productIdentifier);
+  const auto found = detail::findEntry(state.configuration, productID);
+  const auto chain = found && found->group ? state.chainInGroup(*found->group) : std::nullopt;
+  LedgerEntry* first = chain ? state.entryNamed(chain->first) : nullptr;
+  if (!first || !first->autoRenewOff || !state.isSubscribed(*first, state.ledger_.entries[chain->second]) ||
+      state.ledger_.entries[chain->second].productIdentifier != productID) {
+    throw std::invalid_argument("no active subscription to \"" + productID + "\" has auto-renew off");
+  }
+  first->autoRenewOff = false;
+  state.saveOrLog();
+  state.wakeTimer();
+}
+
+void SandboxStore::refund(std::string_view productIdentifier, std::int64_t reason) {
+  State& state = *state_;
+  support::LockGuard lock(state.mutex);
+  auto& entries = state.ledger_.entries;
+  const auto latest = std::ranges::find_if(entries.rbegin(), entries.rend(), [&](const LedgerEntry& entry) {
+    return entry.productIdentifier == productIdentifier && entry.state == TransactionState::purchased &&
+           !entry.changesAtRenewal && !entry.revocationDate;
+  });
+  if (latest == entries.rend()) {
+    throw std::invalid_argument("no purchase of \"" + std::string(productIdentifier) + "\" to refund");
+  }
+  latest->revocationDate = state.now();
+  latest->revocationReason = reason;
+  state.saveOrLog();
+  state.reports.schedule([products = std::vector<std::string>{std::string(productIdentifier)}] {
+    platform::SKPaymentQueue::defaultQueue().reportDidRevokeEntitlements(products);
+  });
+  state.wakeTimer();
+}
+
+std::optional<std::string> SandboxStore::redeemOfferCode(std::string_view productIdentifier, std::string_view offer) {
+  State& state = *state_;
+  support::LockGuard lock(state.mutex);
+  const std::string productID(productIdentifier);
+  const auto found = detail::findEntry(state.configuration, productID);
+  if (!found || !found->subscription) throw std::invalid_argument("no subscription \"" + productID + "\"");
+  const CodeOffer* code = codeOfferNamed(*found->subscription, offer);
+  if (!code) throw std::invalid_argument("\"" + productID + "\" has no code offer \"" + std::string(offer) + "\"");
+  // Which kind of customer this is in the group: new to it, subscribed now, or a former subscriber.
+  std::string kind = "new";
+  std::string described = "new to the group";
+  if (const auto chain = state.chainInGroup(*found->group)) {
+    const LedgerEntry* first = state.entryNamed(chain->first);
+    const SubscriptionStatus status = state.statusIn(*found->group);
+    using enum SubscriptionStatus::State;
+    const bool holds = status.state == subscribed || status.state == inGracePeriod ||
+                       status.state == inBillingRetryPeriod;
+    if (first && holds) {
+      kind = "existing";
+      described = "subscribed in the group";
+    } else {
+      kind = "expired";
+      described = "a former subscriber in the group";
+    }
+  }
+  if (std::ranges::find(code->eligibility, kind) == code->eligibility.end()) {
+    return "the offer is for " + joinedWithOr(code->eligibility) + " customers, and this customer is " + described;
+  }
+  LedgerEntry& entry = state.record(LedgerEntry{.originalIdentifier = state.originalFor(productID),
+                                                .productIdentifier = productID,
+                                                .purchaseDate = state.now()});
+  state.complete(entry, std::nullopt, code);
+  const std::string identifier = entry.identifier;
+  state.saveOrLog();
+  state.report({state.entryNamed(identifier)});
+  state.wakeTimer();
+  return std::nullopt;
+}
+
+SubscriptionStatus SandboxStore::subscriptionStatus(std::string_view productIdentifier) const {
+  support::LockGuard lock(state_->mutex);
+  const auto found = detail::findEntry(state_->configuration, productIdentifier);
+  if (!found) throw std::invalid_argument("no product \"" + std::string(productIdentifier) + "\"");
+  if (!found->group) return {};
+  return state_->statusIn(*found->group);
 }
 
 SandboxStore::Date SandboxStore::now() const {
@@ -763,6 +1184,8 @@ void SandboxStore::forceRenewal(std::string_view productIdentifier) {
     const LedgerEntry& latest = state.ledger_.entries[index];
     if (latest.productIdentifier != productIdentifier) continue;
     if (*latest.expiresDate <= state.now()) continue;  // lapsed: renewed by the clock, not here
+    const LedgerEntry* first = state.entryNamed(original);
+    if (latest.revocationDate || (first && (first->autoRenewOff || first->billingIssueSince))) continue;  // won't renew
     // The current period ends now, and the next begins.
     state.ledger_.entries[index].expiresDate = state.now();
     state.renewDue();
@@ -781,6 +1204,7 @@ void SandboxStore::clearTransactions() {
   State& state = *state_;
   support::LockGuard lock(state.mutex);
   state.ledger_.entries.clear();
+  state.positions_.clear();
   state.objects_.clear();
   state.identifiers_.clear();
   state.saveOrLog();

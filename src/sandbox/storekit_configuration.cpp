@@ -364,7 +364,10 @@ class Reader {
         return simulated;
       });
     }
-    result.billingIssuesEnabled = optionalBoolean(node, "_billingIssuesEnabled");
+    // Xcode keeps the interrupted-purchases switch as `_billingIssuesEnabled`; a hand-made
+    // file may use the test session's own name for it.
+    result.billingIssuesEnabled =
+        optionalBoolean(node, "_billingIssuesEnabled") || optionalBoolean(node, "_interruptedPurchasesEnabled");
     result.renewalBillingIssuesEnabled = optionalBoolean(node, "_renewalBillingIssuesEnabled");
     result.billingGracePeriodEnabled = optionalBoolean(node, "_billingGracePeriodEnabled");
     result.disableDialogs = optionalBoolean(node, "_disableDialogs");

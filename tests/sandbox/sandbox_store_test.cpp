@@ -66,6 +66,10 @@ class Log final : public platform::SKPaymentTransactionObserver, public platform
     for (const auto& transaction : transactions) add("removed " + describe(*transaction));
   }
   void restoreCompletedTransactionsFinished(SKPaymentQueue&) override { add("restore finished"); }
+  void didRevokeEntitlementsForProductIdentifiers(SKPaymentQueue&, const std::vector<std::string>& products) override {
+    for (const auto& product : products) add("revoked " + shortName(product));
+  }
+  void storefrontDidChange(SKPaymentQueue&) override { add("storefront changed"); }
   void restoreCompletedTransactionsFailed(SKPaymentQueue&, const SKError& error) override {
     add(std::string("restore failed: ") + error.what());
   }
@@ -80,16 +84,19 @@ class Log final : public platform::SKPaymentTransactionObserver, public platform
   }
   Lines take() { std::lock_guard lock(mutex_); return std::exchange(lines_, {}); }
   Transaction last() { std::lock_guard lock(mutex_); return last_; }
+  std::vector<Transaction> all() { std::lock_guard lock(mutex_); return all_; }
 
  private:
   void add(std::string line, Transaction transaction = nullptr) {
     std::lock_guard lock(mutex_);
     lines_.push_back(std::move(line));
+    if (transaction) all_.push_back(transaction);
     if (transaction) last_ = std::move(transaction);
   }
   std::mutex mutex_;
   Lines lines_;
   Transaction last_;
+  std::vector<Transaction> all_;
 };
 
 class SandboxStoreTest : public ::testing::Test {
@@ -136,7 +143,7 @@ class SandboxStoreTest : public ::testing::Test {
     Lines lines;
     for (const auto& entry : store->transactions()) {
       if (entry.productIdentifier != id(product) || entry.state != platform::SKPaymentTransactionState::purchased) continue;
-      static constexpr const char* names[] = {"full", "intro", "promo"};
+      static constexpr const char* names[] = {"full", "intro", "promo", "code"};
       lines.push_back(names[static_cast<int>(entry.offer)] +
                       (entry.offerPeriodIndex ? " " + std::to_string(entry.offerPeriodIndex) : ""));
     }
@@ -353,19 +360,23 @@ TEST_F(SandboxStoreTest, IntroductoryOffersOncePerGroupAndPromotionalOffersById)
   store->advanceClock(std::chrono::days(100));
   EXPECT_EQ(offers("pro.monthly"), (Lines{"intro 1", "intro 2", "intro 3", "full"}));
   settle();
-  // Another subscription of the group continues under the first purchase, without an
-  // introductory offer, and the monthly one stops; another group's goes on.
-  EXPECT_EQ(buy("pro.weekly").back(), "pro.weekly purchased #5 of #1");
+  // A higher level of the group (an upgrade) continues under the first purchase at once,
+  // without an introductory offer, and the monthly one stops; another group's goes on.
+  EXPECT_EQ(buy("pro.yearly").back(), "pro.yearly purchased #5 of #1");
   buy("cloud.quarterly");
   store->advanceClock(std::chrono::days(30));
-  EXPECT_EQ(offers("pro.weekly"), (Lines{"full", "full", "full", "full", "full"}));
+  EXPECT_EQ(offers("pro.yearly"), Lines{"full"});
   EXPECT_EQ(offers("pro.monthly").size(), 4u);
 
-  EXPECT_EQ(buy("pro.monthly", signedOffer("loyalty.trial")).back(), "pro.monthly purchased #11 of #1");
-  EXPECT_EQ(offers("pro.monthly").back(), "promo 1");
+  // A lower level waits for the yearly period to end, then renews under its promotional offer.
+  EXPECT_EQ(buy("pro.monthly", signedOffer("loyalty.trial")).back(), "pro.monthly purchased #7 of #1");
   EXPECT_EQ(store->transactions().back().offerIdentifier, "loyalty.trial");
+  EXPECT_EQ(settle(), Lines{});
+  store->advanceClock(std::chrono::days(340));
+  EXPECT_EQ(settle().front(), "pro.monthly purchased #8 of #1");  // then the quarterly ones
+  EXPECT_EQ(offers("pro.monthly").back(), "promo 1");
   buy("lifetime");
-  EXPECT_EQ(buy("lifetime").back(), "lifetime purchased #13 of #12");
+  EXPECT_EQ(buy("lifetime").back(), "lifetime purchased #14 of #13");
 }
 
 TEST_F(SandboxStoreTest, RestoresFinishingAndTheReceipt) {
@@ -498,6 +509,49 @@ TEST_F(SandboxStoreTest, ConcurrentBuyersEachGetTheirOwnTransaction) {
   EXPECT_EQ(identifiers.size(), store->transactions().size());  // every purchase and renewal, once each
 }
 
+TEST_F(SandboxStoreTest, SubscriptionChangesFromManyThreadsWhileTheTimerRenews) {
+  // Every subscription renews every two seconds of real time while threads change plans,
+  // billing, auto-renew, refunds and codes; each step must leave the ledger consistent.
+  open([](StoreKitConfiguration& c) { c.settings.timeRate = 1005; }, {.followsTimeRate = true});
+  buy("pro.monthly");
+  buy("cloud.monthly");
+  {
+    std::vector<std::jthread> threads;
+    const auto tolerant = [](auto&& step) {
+      try {
+        step();
+      } catch (const std::invalid_argument&) {  // not possible in the state another thread left
+      }
+    };
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20; ++i) {
+        store->setRenewalBillingIssuesEnabled(i % 2 == 0);
+        store->advanceClock(std::chrono::seconds(3));
+      }
+    });
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20; ++i) {
+        SKPaymentQueue::defaultQueue().add(SKPayment{.productIdentifier = id(i % 2 ? "pro.yearly" : "pro.weekly")});
+        tolerant([&] { store->cancelAutoRenew(id("cloud.monthly")); });
+        tolerant([&] { store->resumeAutoRenew(id("cloud.monthly")); });
+      }
+    });
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20; ++i) {
+        tolerant([&] { store->refund(id("pro.weekly")); });
+        store->redeemOfferCode(id("pro.monthly"), "C3000005");
+        store->subscriptionStatus(id("cloud.quarterly"));
+        store->setInterruptedPurchasesEnabled(i % 3 == 0);
+        tolerant([&] { store->resolveInterruptedPurchase(); });
+      }
+    });
+  }
+  settle();
+  std::set<std::string> identifiers;
+  for (const auto& entry : store->transactions()) identifiers.insert(entry.identifier);
+  EXPECT_EQ(identifiers.size(), store->transactions().size());
+}
+
 TEST_F(SandboxStoreTest, TheClockCanFollowTheFilesTimeRate) {
   // Every period lasts two seconds.
   open([](StoreKitConfiguration& c) { c.settings.timeRate = 1005; }, {.followsTimeRate = true});
@@ -509,6 +563,302 @@ TEST_F(SandboxStoreTest, TheClockCanFollowTheFilesTimeRate) {
   const Lines renewals = settle();
   ASSERT_FALSE(renewals.empty()) << "no renewal within 20 seconds";
   EXPECT_EQ(renewals.front(), "pro.weekly purchased #2 of #1");
+}
+
+// --- subscriptions over their life: plan changes, billing trouble, auto-renew, refunds ---
+
+// "subscribed pro.yearly 2027-01-01" (the expiry day, when there is one).
+std::string statusLine(const SubscriptionStatus& status) {
+  std::string line(name(status.state));
+  if (status.productIdentifier) line += " " + shortName(*status.productIdentifier);
+  if (status.expiresDate) {
+    const std::chrono::year_month_day day{std::chrono::floor<std::chrono::days>(*status.expiresDate)};
+    char text[16];
+    std::snprintf(text, sizeof text, " %04d-%02u-%02u", static_cast<int>(day.year()), static_cast<unsigned>(day.month()),
+                  static_cast<unsigned>(day.day()));
+    line += text;
+  }
+  return line;
+}
+
+const SandboxStore::Date kStart = std::chrono::sys_days(std::chrono::year(2026) / 1 / 1);
+
+TEST_F(SandboxStoreTest, PlanChangesFollowTheGroupLevels) {
+  // Pro: yearly level 1, monthly and weekly level 2. Cloud: monthly and quarterly level 1.
+  const struct {
+    std::string from, to;
+    bool atOnce;
+  } cases[] = {
+      {"pro.monthly", "pro.yearly", true},           // an upgrade
+      {"pro.yearly", "pro.monthly", false},          // a downgrade
+      {"pro.monthly", "pro.weekly", false},          // a crossgrade to another period
+      {"cloud.monthly", "cloud.quarterly", false},   // likewise, in a level-1 group
+      {"pro.weekly", "pro.weekly", true},            // the same product again
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.from + " -> " + c.to);
+    reopen({}, {.clockStart = kStart});
+    buy(c.from);
+    store->advanceClock(std::chrono::days(1));
+    EXPECT_EQ(buy(c.to).back(), c.to + " purchased #2 of #1");
+    EXPECT_EQ(store->subscriptionStatus(id(c.to)).productIdentifier, id(c.atOnce ? c.to : c.from));
+    // Waiting, nothing is charged: the receipt leaves the purchase out and it has no period.
+    EXPECT_EQ(store->transactions()[1].changesAtRenewal, !c.atOnce);
+    EXPECT_EQ(store->transactions()[1].expiresDate.has_value(), c.atOnce);
+    const auto firstEnds = *store->transactions()[0].expiresDate;
+    store->advanceClock(std::chrono::duration_cast<std::chrono::seconds>(firstEnds - store->now()));
+    if (c.atOnce) {
+      EXPECT_EQ(settle(), Lines{}) << "the old product stopped renewing";
+      continue;
+    }
+    // The next renewal is of the new product, from the day the old period ended.
+    EXPECT_EQ(settle(), Lines{c.to + " purchased #3 of #1"});
+    EXPECT_EQ(store->transactions()[2].purchaseDate, firstEnds);
+    EXPECT_EQ(store->subscriptionStatus(id(c.from)).productIdentifier, id(c.to));
+  }
+}
+
+TEST_F(SandboxStoreTest, BillingRetryAndGracePeriod) {
+  // pro.monthly bought on 1 January renews on 1 February (its introductory price, then full).
+  const struct {
+    bool grace;
+    int daysLate;               // after the failed renewal, when the customer fixes billing
+    std::string statusBefore;   // then
+    std::string charged;        // what fixing billing reports
+    std::string statusAfter;
+  } cases[] = {
+      {true, 3, "inGracePeriod pro.monthly 2026-02-17", "pro.monthly purchased #2 of #1",
+       "subscribed pro.monthly 2026-03-01"},   // in grace the period keeps its dates
+      {false, 3, "inBillingRetryPeriod pro.monthly 2026-02-01", "pro.monthly purchased #2 of #1",
+       "subscribed pro.monthly 2026-03-04"},   // in retry it starts again when paid
+      {true, 20, "inBillingRetryPeriod pro.monthly 2026-02-01", "pro.monthly purchased #2 of #1",
+       "subscribed pro.monthly 2026-03-21"},
+      {true, 61, "expired pro.monthly 2026-02-01", "", "expired pro.monthly 2026-02-01"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.statusBefore);
+    reopen([&](StoreKitConfiguration& config) { config.settings.billingGracePeriodEnabled = c.grace; },
+           {.clockStart = kStart});
+    buy("pro.monthly");
+    store->setRenewalBillingIssuesEnabled(true);
+    store->advanceClock(std::chrono::days(31 + c.daysLate));
+    EXPECT_EQ(settle(), Lines{}) << "a renewal that fails to bill reports nothing";
+    EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.monthly"))), c.statusBefore);
+    store->setRenewalBillingIssuesEnabled(false);
+    EXPECT_EQ(settle(), c.charged.empty() ? Lines{} : Lines{c.charged});
+    EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.monthly"))), c.statusAfter);
+    if (c.charged.empty()) {
+      store->advanceClock(std::chrono::days(100));
+      EXPECT_EQ(settle(), Lines{}) << "fixed too late, it stays expired";
+    }
+  }
+  // The file's switches are the starting state.
+  reopen([](StoreKitConfiguration& config) { config.settings.renewalBillingIssuesEnabled = true; });
+  buy("pro.weekly");
+  store->advanceClock(std::chrono::days(4));
+  EXPECT_EQ(settle(), Lines{});
+  EXPECT_EQ(store->subscriptionStatus(id("pro.weekly")).state, SubscriptionStatus::State::inBillingRetryPeriod);
+}
+
+TEST_F(SandboxStoreTest, AutoRenewOffRefundsAndStatus) {
+  open({}, {.clockStart = kStart});
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.yearly"))), "not subscribed");
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("coins100"))), "not subscribed");
+  EXPECT_THROW(store->subscriptionStatus("nope"), std::invalid_argument);
+  EXPECT_THROW(store->cancelAutoRenew(id("pro.yearly")), std::invalid_argument);
+
+  buy("pro.yearly");  // a week's trial
+  store->cancelAutoRenew(id("pro.yearly"));
+  EXPECT_THROW(store->cancelAutoRenew(id("pro.yearly")), std::invalid_argument) << "already off";
+  EXPECT_THROW(store->forceRenewal(id("pro.yearly")), std::invalid_argument) << "it will not renew";
+  store->resumeAutoRenew(id("pro.yearly"));
+  store->cancelAutoRenew(id("pro.yearly"));
+  store->advanceClock(std::chrono::days(30));
+  EXPECT_EQ(settle(), Lines{}) << "runs out without a transaction";
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.yearly"))), "expired pro.yearly 2026-01-08");
+  EXPECT_THROW(store->resumeAutoRenew(id("pro.yearly")), std::invalid_argument) << "too late";
+
+  // Buying again renews as usual; a refund revokes it, and it renews no more.
+  EXPECT_EQ(buy("pro.yearly").back(), "pro.yearly purchased #2 of #1");
+  EXPECT_EQ(store->transactions().back().offer, LedgerEntry::OfferKind::none) << "no second trial";
+  buy("lifetime");
+  store->refund(id("pro.yearly"), 1);
+  store->refund(id("lifetime"));
+  EXPECT_EQ(settle(), (Lines{"revoked pro.yearly", "revoked lifetime"}));
+  EXPECT_THROW(store->refund(id("lifetime")), std::invalid_argument) << "refunded once";
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.weekly"))), "revoked pro.yearly");
+  store->advanceClock(std::chrono::days(400));
+  EXPECT_EQ(settle(), Lines{});
+  SKPaymentQueue::defaultQueue().restoreCompletedTransactions();
+  EXPECT_EQ(settle(), (Lines{"pro.yearly restored #4 of #1", "restore finished"})) << "no refunded lifetime";
+
+  const auto receipt = foundation::parseJson(*foundation::readFileIfPresent(store->receiptPath()));
+  std::string cancellations;
+  for (const auto& entry : receipt.find("in_app")->arrayValue()) {
+    if (const auto* date = entry.find("cancellation_date")) {
+      cancellations += shortName(entry.find("product_id")->stringValue()) + " " + date->stringValue().substr(0, 10) +
+                       " " + entry.find("cancellation_reason")->stringValue() + "; ";
+    }
+  }
+  EXPECT_EQ(cancellations, "pro.yearly 2026-01-31 1; lifetime 2026-01-31 0; ");
+
+  store->setStorefront("JPN");
+  store->setStorefront("JPN");
+  EXPECT_EQ(settle(), Lines{"storefront changed"});
+}
+
+TEST_F(SandboxStoreTest, OfferCodesForEligibleCustomersOnly) {
+  // pro.monthly's code offer "Half year code" (C3000005): pay up front for six months, for
+  // new and expired customers, stackable on the introductory offer (three months, paid
+  // monthly) that newcomers get.
+  enum Customer { newcomer, subscriber, refunded };
+  const struct {
+    Customer customer;
+    bool stackable;
+    std::string offer;
+    std::optional<std::string> refusal;
+    Lines offers;  // of pro.monthly, after 300 days
+  } cases[] = {
+      {newcomer, true, "Half year code", std::nullopt, {"intro 1", "intro 2", "intro 3", "code 1", "full"}},
+      {newcomer, true, "C3000005", std::nullopt, {"intro 1", "intro 2", "intro 3", "code 1", "full"}},
+      {newcomer, false, "Half year code", std::nullopt, {"code 1", "full", "full", "full", "full"}},
+      {subscriber, true, "Half year code",
+       "the offer is for new or expired customers, and this customer is subscribed in the group", {}},
+      // A former subscriber counts as expired, and has had the introductory offer.
+      {refunded, true, "Half year code", std::nullopt, {"code 1", "full", "full", "full", "full"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.offer + (c.stackable ? " stackable" : ""));
+    reopen([&](StoreKitConfiguration& config) {
+      config.subscriptionGroups[0].subscriptions[1].codeOffers[0].isStackable = c.stackable;
+    }, {.clockStart = kStart});
+    if (c.customer != newcomer) buy("pro.weekly");
+    if (c.customer == refunded) store->refund(id("pro.weekly"));
+    settle();
+    EXPECT_EQ(store->redeemOfferCode(id("pro.monthly"), c.offer), c.refusal);
+    const Lines reported = settle();
+    if (c.refusal) {
+      EXPECT_EQ(reported, Lines{});
+      continue;
+    }
+    ASSERT_EQ(reported.size(), 1u);
+    EXPECT_TRUE(reported[0].starts_with("pro.monthly purchased #")) << reported[0];
+    store->advanceClock(std::chrono::days(300));
+    EXPECT_EQ(offers("pro.monthly"), c.offers);
+  }
+  EXPECT_THROW(store->redeemOfferCode(id("pro.monthly"), "nope"), std::invalid_argument);
+  EXPECT_THROW(store->redeemOfferCode(id("coins100"), "Half year code"), std::invalid_argument);
+}
+
+TEST_F(SandboxStoreTest, InterruptedPurchasesCompleteWhenResolved) {
+  open([](StoreKitConfiguration& c) { c.settings.billingIssuesEnabled = true; });
+  EXPECT_THROW(store->resolveInterruptedPurchase(), std::invalid_argument);
+  EXPECT_EQ(buy("pro.monthly", signedOffer("loyalty.trial")), (Lines{"pro.monthly purchasing", "pro.monthly failed (0)"}));
+  store->setInterruptedPurchasesEnabled(false);
+  buy("coins100");
+  EXPECT_EQ(store->resolveInterruptedPurchase(), "3");
+  EXPECT_EQ(settle(), Lines{"pro.monthly purchased #3"});
+  // The new transaction carries the payment as it was made, offer and signature included.
+  EXPECT_EQ(log->last()->payment().paymentDiscount, signedOffer("loyalty.trial"));
+  EXPECT_EQ(store->transactions().back().offer, LedgerEntry::OfferKind::promotional);
+  EXPECT_THROW(store->resolveInterruptedPurchase(), std::invalid_argument) << "resolved once";
+
+  // Bought outside the app, a purchase arrives purchased, continuing the group as any other.
+  EXPECT_EQ(store->purchaseOutsideApp(id("pro.yearly")), "4");
+  EXPECT_EQ(settle(), Lines{"pro.yearly purchased #4 of #3"});
+  EXPECT_THROW(store->purchaseOutsideApp("nope"), std::invalid_argument);
+
+  // Hand-made files may name the switch as the test session does.
+  for (const char* key : {"_billingIssuesEnabled", "_interruptedPurchasesEnabled"}) {
+    const auto configuration =
+        parseStoreKitConfiguration(std::string(R"({"products":[],"subscriptionGroups":[],"version":{"major":4,"minor":0},)") +
+                                       R"("settings":{")" + key + R"(":true}})",
+                                   "hand-made");
+    EXPECT_TRUE(configuration.settings.billingIssuesEnabled) << key;
+  }
+}
+
+TEST_F(SandboxStoreTest, ALaterProcessContinuesWhereTheFirstLeftOff) {
+  ::setenv("VELQUIST_SANDBOX_TEST_FOLDER", folder.c_str(), 1);
+  EXPECT_EXIT(
+      {
+        open({}, {.clockStart = kStart});
+        buy("pro.yearly");
+        buy("pro.monthly", signedOffer("loyalty.trial"));  // a downgrade at the next renewal, unfinished
+        buy("cloud.monthly");
+        store->cancelAutoRenew(id("cloud.monthly"));
+        store->setInterruptedPurchasesEnabled(true);
+        buy("lifetime");
+        store->setRenewalBillingIssuesEnabled(true);
+        store->advanceClock(std::chrono::days(10));  // the yearly's trial ends: billing fails
+        store->waitUntilIdle();
+        std::_Exit(0);
+      },
+      ::testing::ExitedWithCode(0), "");
+  ::unsetenv("VELQUIST_SANDBOX_TEST_FOLDER");
+
+  open();
+  Lines resumed = settle();
+  ASSERT_FALSE(resumed.empty());
+  EXPECT_EQ(resumed[1], "pro.monthly purchased #2 of #1");
+  // The payment comes back whole, its signed offer included.
+  const auto all = log->all();
+  const auto second = std::ranges::find_if(all, [](const auto& t) { return t->transactionIdentifier() == "2"; });
+  ASSERT_NE(second, all.end());
+  EXPECT_EQ((*second)->payment().paymentDiscount, signedOffer("loyalty.trial"));
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.yearly"))), "inBillingRetryPeriod pro.yearly 2026-01-08");
+  EXPECT_EQ(store->resolveInterruptedPurchase(), "5");
+  settle();
+  // Billing fixed: the renewal is the downgrade, under its offer.
+  store->setRenewalBillingIssuesEnabled(false);
+  EXPECT_EQ(settle(), Lines{"pro.monthly purchased #6 of #1"});
+  EXPECT_EQ(store->transactions().back().offerIdentifier, "loyalty.trial");
+  store->advanceClock(std::chrono::days(90));  // past the end of the cloud's three months
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("cloud.quarterly"))), "expired cloud.monthly 2026-04-01");
+}
+
+TEST_F(SandboxStoreTest, TheLedgerKeepsEverythingAndOlderLedgersStillLoad) {
+  open({}, {.clockStart = kStart});
+  store->redeemOfferCode(id("pro.monthly"), "Half year code");        // stacked on the introductory offer
+  buy("pro.weekly");                                                  // a crossgrade waiting for the renewal
+  buy("cloud.quarterly");
+  store->cancelAutoRenew(id("cloud.quarterly"));
+  buy("lifetime");
+  store->refund(id("lifetime"), 1);
+  store->setInterruptedPurchasesEnabled(true);
+  buy("coins100");
+  buy("coins100", signedOffer("x"));
+  store->setInterruptedPurchasesEnabled(false);
+  store->resolveInterruptedPurchase();
+  store->setBillingGracePeriodEnabled(true);
+  store->setRenewalBillingIssuesEnabled(true);
+  store->advanceClock(std::chrono::days(40));
+  settle();
+  const auto before = store->transactions();
+  platform::setDefaultStoreBackend(nullptr);
+  store.reset();
+  open();
+  EXPECT_EQ(store->transactions(), before);
+
+  // A ledger written before any of this: a subscription and a purchase waiting for approval
+  // under a promotional offer, with only the offer's identifier kept.
+  const std::string old =
+      R"({"format":1,"clock":1767225600000,"nextIdentifier":3,"transactions":[)"
+      R"({"identifier":"1","productIdentifier":"com.velquist.demo.pro.yearly","quantity":1,"state":1,)"
+      R"("purchaseDate":1767225600000,"expiresDate":1798761600000,"offer":"none","offerPeriodIndex":0,"finished":true},)"
+      R"({"identifier":"2","originalIdentifier":"1","productIdentifier":"com.velquist.demo.pro.monthly","quantity":1,"state":4,)"
+      R"("purchaseDate":1767225600000,"offer":"none","offerIdentifier":"loyalty.trial","offerPeriodIndex":0,"finished":false}]})";
+  platform::setDefaultStoreBackend(nullptr);
+  store.reset();
+  fs::remove_all(folder);
+  foundation::writeFileAtomically(folder / "ledger.json", old);
+  open();
+  settle();
+  EXPECT_EQ(statusLine(store->subscriptionStatus(id("pro.monthly"))), "subscribed pro.yearly 2027-01-01");
+  store->approveAskToBuyTransaction("2");  // a downgrade now, under the offer the ledger named
+  EXPECT_EQ(settle(), Lines{"pro.monthly purchased #2 of #1"});
+  EXPECT_TRUE(store->transactions()[1].changesAtRenewal);
+  EXPECT_EQ(store->transactions()[1].offer, LedgerEntry::OfferKind::promotional);
 }
 
 TEST(StoreKitConformance, FixturesSellThroughTheStoreInTheirStorefrontsCurrency) {
@@ -550,6 +900,72 @@ TEST(StoreKitConformance, FixturesSellThroughTheStoreInTheirStorefrontsCurrency)
   platform::setDefaultStoreBackend(nullptr);
   fs::remove_all(folder);
   EXPECT_EQ(checked, expected.size());
+}
+
+}  // namespace
+}  // namespace velquist::sandbox
+
+namespace velquist::sandbox {
+namespace {
+
+TEST(StoreKitConformance, FixturesRedeemTheirCodeOffersAndGoThroughBillingTrouble) {
+  const fs::path fixtures = fs::path(VELQUIST_SOURCE_DIR) / "../shared/fixtures/storekit";
+  if (!fs::is_directory(fixtures)) GTEST_SKIP() << "no shared .storekit fixtures at " << fixtures;
+  const fs::path folder = fs::temp_directory_path() / ("sandbox-fixture-codes-" + std::to_string(::getpid()));
+  std::size_t redeemed = 0, refused = 0, billed = 0;
+  for (const auto& file : fs::directory_iterator(fixtures)) {
+    if (file.path().extension() != ".storekit") continue;
+    SCOPED_TRACE(file.path().filename().string());
+    fs::remove_all(folder);
+    auto store = SandboxStore::open(file.path(), {.stateDirectory = folder, .publishesReceipt = false});
+    platform::setDefaultStoreBackend(store);
+    for (const auto& group : store->configuration().subscriptionGroups) {
+      for (const auto& subscription : group.subscriptions) {
+        for (const auto& code : subscription.codeOffers) {
+          store->clearTransactions();  // a customer new to the group each time
+          const auto refusal = store->redeemOfferCode(subscription.productID, code.internalID);
+          const bool forNewcomers = std::ranges::find(code.eligibility, "new") != code.eligibility.end();
+          EXPECT_EQ(refusal.has_value(), !forNewcomers) << subscription.productID << " " << code.referenceName;
+          if (refusal) {
+            EXPECT_NE(refusal->find("new to the group"), std::string::npos) << *refusal;
+            ++refused;
+            continue;
+          }
+          // Stackable on an introductory offer, the code follows it; otherwise it applies now.
+          const LedgerEntry entry = store->transactions().back();
+          const bool stacked = code.isStackable && subscription.introductoryOffer;
+          EXPECT_EQ(entry.offer, stacked ? LedgerEntry::OfferKind::introductory : LedgerEntry::OfferKind::code);
+          EXPECT_EQ(stacked ? entry.stackedCodeOffer : entry.offerIdentifier, code.referenceName);
+          ++redeemed;
+        }
+      }
+    }
+    // The first subscription bought, its renewal failing to bill: grace as the file says,
+    // retry otherwise, and a fix charges it.
+    if (store->configuration().subscriptionGroups.empty()) continue;
+    const std::string product = store->configuration().subscriptionGroups[0].subscriptions[0].productID;
+    const bool grace = store->configuration().settings.billingGracePeriodEnabled;
+    store->clearTransactions();
+    SKPaymentQueue::defaultQueue().add(SKPayment{.productIdentifier = product});
+    store->waitUntilIdle();
+    store->setRenewalBillingIssuesEnabled(true);
+    const auto ends = *store->transactions().back().expiresDate;
+    store->advanceClock(std::chrono::duration_cast<std::chrono::seconds>(ends - store->now()) + std::chrono::hours(1));
+    EXPECT_EQ(store->subscriptionStatus(product).state,
+              grace ? SubscriptionStatus::State::inGracePeriod : SubscriptionStatus::State::inBillingRetryPeriod);
+    const auto before = store->transactions().size();
+    store->setRenewalBillingIssuesEnabled(false);
+    EXPECT_EQ(store->transactions().size(), before + 1);
+    EXPECT_EQ(store->subscriptionStatus(product).state, SubscriptionStatus::State::subscribed);
+    store->waitUntilIdle();
+    ++billed;
+  }
+  platform::setDefaultStoreBackend(nullptr);
+  fs::remove_all(folder);
+  EXPECT_GT(redeemed, 0u);
+  EXPECT_GT(billed, 0u);
+  std::cout << "[ fixtures  ] " << redeemed << " code offers redeemed, " << refused << " refused to newcomers, " << billed
+            << " files through billing trouble\n";
 }
 
 }  // namespace

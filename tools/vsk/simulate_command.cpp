@@ -1,6 +1,8 @@
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <mutex>
 #include <ostream>
 #include <sstream>
@@ -137,6 +139,9 @@ class StoreWatcher final : public platform::SKPaymentTransactionObserver {
     for (const auto& transaction : transactions) output_.add("  finished: " + describe(*transaction));
   }
   void restoreCompletedTransactionsFinished(SKPaymentQueue&) override { output_.add("  store: restore finished"); }
+  void didRevokeEntitlementsForProductIdentifiers(SKPaymentQueue&, const std::vector<std::string>& products) override {
+    for (const auto& product : products) output_.add("  store: revoked " + product);
+  }
   void restoreCompletedTransactionsFailed(SKPaymentQueue&, const platform::SKError& error) override {
     output_.add(std::string("  store: restore failed (") + error.what() + ")");
   }
@@ -219,8 +224,15 @@ bool isWellFormed(const Step& step) {
   if (verb == "buy") return w.size() == 2 || (w.size() == 4 && w[2] == "offer");
   if (verb == "renew") return w.size() == 2;
   if (verb == "advance") return w.size() == 2 && durationNamed(w[1]);
-  if (verb == "fail" || verb == "ask-to-buy" || verb == "load-fail") return w.size() == 2 && (w[1] == "on" || w[1] == "off");
-  if (verb == "approve" || verb == "decline" || verb == "restore") return w.size() == 1;
+  if (verb == "fail" || verb == "ask-to-buy" || verb == "load-fail" || verb == "billing-retry" ||
+      verb == "grace-period" || verb == "interrupt") {
+    return w.size() == 2 && (w[1] == "on" || w[1] == "off");
+  }
+  if (verb == "cancel" || verb == "resume" || verb == "refund" || verb == "status" || verb == "buy-outside") {
+    return w.size() == 2;
+  }
+  if (verb == "redeem") return w.size() >= 3;
+  if (verb == "approve" || verb == "decline" || verb == "restore" || verb == "resolve-interrupted") return w.size() == 1;
   if (verb == "finish") return w.size() == 2 && w[1] == "all";
   return false;
 }
@@ -243,9 +255,33 @@ std::vector<Step> readScenario(const std::string& file) {
   return steps;
 }
 
+// "2026-02-01T00:00:00Z"
+std::string dateText(std::chrono::system_clock::time_point date) {
+  const std::time_t time = std::chrono::system_clock::to_time_t(date);
+  std::tm parts{};
+  gmtime_r(&time, &parts);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+  return text;
+}
+
+// "2026-01-01" as midnight UTC that day.
+std::optional<std::chrono::system_clock::time_point> dayNamed(const std::string& text) {
+  int year = 0;
+  unsigned month = 0, day = 0;
+  int consumed = 0;
+  if (std::sscanf(text.c_str(), "%4d-%2u-%2u%n", &year, &month, &day, &consumed) != 3 ||
+      static_cast<std::size_t>(consumed) != text.size()) {
+    return std::nullopt;
+  }
+  const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(month), std::chrono::day(day)};
+  if (!date.ok() || year < 1970) return std::nullopt;
+  return std::chrono::sys_days(date);
+}
+
 // Plays one well-formed step. Throws std::invalid_argument when the store cannot do it now
 // (nothing to approve, no active subscription to renew).
-void play(const Step& step, sandbox::SandboxStore& store, StoreWatcher& watcher) {
+void play(const Step& step, sandbox::SandboxStore& store, StoreWatcher& watcher, Output& output) {
   const auto& w = step.words;
   const std::string& verb = step.verb();
   SKPaymentQueue& queue = SKPaymentQueue::defaultQueue();
@@ -277,6 +313,35 @@ void play(const Step& step, sandbox::SandboxStore& store, StoreWatcher& watcher)
     } else {
       store.declineAskToBuyTransaction(deferred.front().identifier);
     }
+  } else if (verb == "billing-retry") {
+    store.setRenewalBillingIssuesEnabled(w[1] == "on");
+  } else if (verb == "grace-period") {
+    store.setBillingGracePeriodEnabled(w[1] == "on");
+  } else if (verb == "interrupt") {
+    store.setInterruptedPurchasesEnabled(w[1] == "on");
+  } else if (verb == "resolve-interrupted") {
+    store.resolveInterruptedPurchase();
+  } else if (verb == "buy-outside") {
+    store.purchaseOutsideApp(w[1]);
+  } else if (verb == "cancel") {
+    store.cancelAutoRenew(w[1]);
+  } else if (verb == "resume") {
+    store.resumeAutoRenew(w[1]);
+  } else if (verb == "refund") {
+    store.refund(w[1]);
+  } else if (verb == "redeem") {
+    // A reference name may have blanks: the offer is the rest of the line.
+    std::string offer = w[2];
+    for (std::size_t index = 3; index < w.size(); ++index) offer += " " + w[index];
+    if (const auto refusal = store.redeemOfferCode(w[1], offer)) {
+      output.add("  store: " + w[1] + " not eligible for " + offer + ": " + *refusal);
+    }
+  } else if (verb == "status") {
+    const auto status = store.subscriptionStatus(w[1]);
+    // The product the customer holds in the group, which may be another than the one named.
+    std::string line = "  status: " + status.productIdentifier.value_or(w[1]) + " " + std::string(sandbox::name(status.state));
+    if (status.expiresDate) line += " expires " + dateText(*status.expiresDate);
+    output.add(std::move(line));
   } else if (verb == "restore") {
     queue.restoreCompletedTransactions();
   } else if (verb == "finish") {
@@ -289,7 +354,8 @@ void play(const Step& step, sandbox::SandboxStore& store, StoreWatcher& watcher)
 Command simulateCommand() {
   return {
       .name = "simulate",
-      .usage = "simulate <file.storekit> <scenario> [--state <dir>] [--mechanism listener|stream] [--verbose]",
+      .usage = "simulate <file.storekit> <scenario> [--state <dir>] [--clock <YYYY-MM-DD>] [--mechanism listener|stream] "
+               "[--verbose]",
       .summary = "plays a purchase scenario through the sandbox store and a transaction mechanism",
       .details = "Opens the sandbox store over the catalogue and follows its transactions with the\n"
                  "listener-based transaction queue (--mechanism listener, the default) or the\n"
@@ -308,18 +374,44 @@ Command simulateCommand() {
                  "  approve | decline                 answer the oldest purchase waiting for approval\n"
                  "  restore                           restore completed transactions\n"
                  "  finish all                        finish every transaction seen so far\n"
+                 "  billing-retry on|off              renewals fail to bill (on), or the customer fixes the\n"
+                 "                                    payment and what is due is charged at once (off)\n"
+                 "  grace-period on|off               a renewal that fails to bill starts with a grace period\n"
+                 "  cancel <product>                  turn auto-renew off: the subscription runs out\n"
+                 "  resume <product>                  turn auto-renew back on before the period ends\n"
+                 "  refund <product>                  refund its latest purchase: the entitlement is revoked\n"
+                 "  redeem <product> <offer>          redeem a code offer (reference name, blanks allowed,\n"
+                 "                                    or internal id)\n"
+                 "  interrupt on|off                  purchases fail as interrupted until resolved\n"
+                 "  resolve-interrupted               complete the oldest interrupted purchase\n"
+                 "  buy-outside <product>             a purchase made outside the app, reported purchased\n"
+                 "  status <product>                  print the state of the subscription held in the\n"
+                 "                                    product's group, naming the product held\n"
+                 "\n"
+                 "Buying another subscription of the group one holds follows the group's levels: a higher\n"
+                 "level (or the same level and period) at once, a lower one (or another period) at the\n"
+                 "next renewal. Lines the store adds: 'store: revoked <product>' when a refund ends an\n"
+                 "entitlement, 'store: <product> not eligible for <offer>: <why>' when a code is refused,\n"
+                 "'status: <product> <state> [expires <date>]' with state subscribed, expired,\n"
+                 "inBillingRetryPeriod, inGracePeriod, revoked or not subscribed.\n"
                  "\n"
                  "Log lines that carry a dump of the record are cut to their first line unless --verbose.\n"
                  "--state keeps the store's ledger and the remembered first purchases in a folder, so\n"
                  "a second run with the same folder goes on where the first stopped (default: a\n"
-                 "folder of the run's own, removed afterwards).\n",
+                 "folder of the run's own, removed afterwards). --clock starts a new ledger's clock at\n"
+                 "midnight UTC of that day, so the dates a run prints repeat (default: now).\n",
       .run = [](std::span<const std::string> arguments, std::ostream& out, std::ostream& err) -> int {
         return reportingUsageErrors("simulate", err, [&] {
-          const ParsedArguments parsed = parseArguments(arguments, {"state", "mechanism"}, {"verbose"});
+          const ParsedArguments parsed = parseArguments(arguments, {"state", "mechanism", "clock"}, {"verbose"});
           if (parsed.positional.size() != 2) throw UsageError("expected a .storekit file and a scenario file");
           const std::string mechanism = parsed.option("mechanism").value_or("listener");
           if (mechanism != "listener" && mechanism != "stream") {
             throw UsageError("unknown mechanism '" + mechanism + "' (listener or stream)");
+          }
+          std::optional<std::chrono::system_clock::time_point> clockStart;
+          if (const auto clock = parsed.option("clock")) {
+            clockStart = dayNamed(*clock);
+            if (!clockStart) throw UsageError("cannot read the day '" + *clock + "' (expected YYYY-MM-DD)");
           }
           const std::string& scenarioFile = parsed.positional[1];
           const std::vector<Step> steps = readScenario(scenarioFile);
@@ -334,7 +426,7 @@ Command simulateCommand() {
           std::shared_ptr<sandbox::SandboxStore> store;
           try {
             store = sandbox::SandboxStore::open(parsed.positional[0],
-                                                {.stateDirectory = state / "sandbox", .publishesReceipt = false});
+                                                {.stateDirectory = state / "sandbox", .publishesReceipt = false, .clockStart = clockStart});
           } catch (const sandbox::StoreKitConfigurationError& error) {
             err << "vsk simulate: " << error.what() << "\n";
             return static_cast<int>(badInput);
@@ -394,7 +486,7 @@ Command simulateCommand() {
             for (const auto& word : step.words) out << " " << word;
             out << "\n";
             try {
-              play(step, *store, *watcher);
+              play(step, *store, *watcher, output);
             } catch (const std::invalid_argument& error) {
               err << "vsk simulate: " << scenarioFile << ":" << step.line << ": " << error.what() << "\n";
               result = failure;

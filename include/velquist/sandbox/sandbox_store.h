@@ -45,6 +45,9 @@ struct SandboxStoreOptions {
   DeclinedPurchaseOutcome declinedPurchaseOutcome = DeclinedPurchaseOutcome::failed;
   /// Points the main bundle's receipt location at this store's receipt file.
   bool publishesReceipt = true;
+  /// Where the clock of a new ledger starts (default: the current time). A ledger that
+  /// already exists keeps its own clock. Scripted runs set it so their dates repeat.
+  std::optional<std::chrono::system_clock::time_point> clockStart;
 };
 
 /// One entry of the sandbox store's ledger: a purchase, renewal, restore, failure or a
@@ -53,7 +56,7 @@ struct LedgerEntry {
   using Date = std::chrono::system_clock::time_point;
 
   /// Which offer a purchase or renewal was charged under.
-  enum class OfferKind { none, introductory, promotional };
+  enum class OfferKind { none, introductory, promotional, code };
 
   /// The store's identifier of the transaction. Deferred and failed purchases have one in
   /// the ledger too, but the app's transaction shows it only once it is purchased or
@@ -70,15 +73,66 @@ struct LedgerEntry {
   /// When the period it paid for ends; for auto-renewable subscriptions only.
   std::optional<Date> expiresDate;
   OfferKind offer = OfferKind::none;
-  std::optional<std::string> offerIdentifier;  ///< the promotional offer's identifier
+  /// The promotional offer's identifier, or the code offer's reference name.
+  std::optional<std::string> offerIdentifier;
   /// How many offer periods this entry used up, counted from the first purchase (an
   /// introductory pay-as-you-go offer of three months runs through entries 1, 2, 3).
   std::int32_t offerPeriodIndex = 0;
   /// The app finished the transaction; unfinished ones come back on the next launch.
   bool finished = false;
+  /// The promotional offer the payment carried, signature included, and its Ask to Buy
+  /// flag: a later process hands the app the payment exactly as it was made.
+  std::optional<platform::SKPaymentDiscount> paymentDiscount;
+  bool simulatesAskToBuyInSandbox = false;
+  /// A stackable code offer redeemed with the introductory offer: it follows once the
+  /// introductory periods end (carried from entry to entry until then).
+  std::optional<std::string> stackedCodeOffer;
+  /// A purchase of a lower level (or of the same level with another period) in a group the
+  /// customer is subscribed to: it is purchased but charges nothing, and the subscription
+  /// switches to its product at the next renewal. It has no expiry date of its own.
+  bool changesAtRenewal = false;
+  /// The purchase failed because it was interrupted (`interruptionResolved` once the customer
+  /// dealt with it and a new purchase completed it).
+  bool interrupted = false;
+  bool interruptionResolved = false;
+  /// When it was refunded, and why (0 other, 1 a problem with the app): the entitlement ended then.
+  std::optional<Date> revocationDate;
+  std::optional<std::int64_t> revocationReason;
+
+  // The renewal state of a subscription, kept on its first purchase for the whole chain.
+
+  /// The `changesAtRenewal` purchase the next renewal switches to.
+  std::optional<std::string> pendingChange;
+  /// The customer turned auto-renew off: the subscription ends with its current period.
+  bool autoRenewOff = false;
+  /// When a renewal fell due while billing failed; the subscription waits for the customer
+  /// to fix it, for `gracePeriodEnd` with access and until the retry window closes without.
+  std::optional<Date> billingIssueSince;
+  std::optional<Date> gracePeriodEnd;
 
   friend bool operator==(const LedgerEntry&, const LedgerEntry&) = default;
 };
+
+/// Where a customer's subscription in a group stands, as the store would tell the app.
+/// A plain value; `vsk simulate` prints it as
+///
+///     status: com.example.pro.monthly inGracePeriod expires 2027-03-17T00:00:00Z
+struct SubscriptionStatus {
+  enum class State { notSubscribed, subscribed, expired, inBillingRetryPeriod, inGracePeriod, revoked };
+
+  State state = State::notSubscribed;
+  /// The product the customer holds in the group now; absent when not subscribed.
+  std::optional<std::string> productIdentifier;
+  /// When access ends or ended: the end of the period (subscribed, expired), of the grace
+  /// period (in grace), the date the renewal failed (in billing retry); absent otherwise.
+  std::optional<std::chrono::system_clock::time_point> expiresDate;
+
+  friend bool operator==(const SubscriptionStatus&, const SubscriptionStatus&) = default;
+};
+
+/// The platform's name of a state: "subscribed", "expired", "inBillingRetryPeriod",
+/// "inGracePeriod", "revoked", "not subscribed".
+std::string_view name(SubscriptionStatus::State state);
 
 /// A local store that sells the products of an Xcode StoreKit configuration file (`.storekit`)
 /// and behaves like the platform's test store: it is the library's default `StoreBackend`
@@ -98,8 +152,25 @@ struct LedgerEntry {
 ///   on the store's clock; each renewal is a new purchased transaction whose original
 ///   transaction is the first purchase. A customer holds one subscription per group:
 ///   buying another one of the group (or the same one again) continues it under the same
-///   first purchase, from now on at the new product's terms. A non-consumable bought again
-///   is handed back the same way, with its first purchase as original.
+///   first purchase, at the new product's terms from when the change takes effect (below).
+///   A non-consumable bought again is handed back the same way, with its first purchase
+///   as original.
+/// - Plan changes follow the group levels (`groupNumber`, 1 the highest): buying a higher
+///   level while subscribed upgrades at once; a lower level (or the same level with another
+///   period) is purchased without a charge and the subscription switches to it at the next
+///   renewal, still under the same first purchase.
+/// - Billing trouble: while renewal billing fails (`_renewalBillingIssuesEnabled`), a renewal
+///   that falls due is not charged; the subscription is in its grace period (when
+///   `_billingGracePeriodEnabled`: 6 days for weekly subscriptions, 16 for the others) and
+///   then in billing retry, for 60 days from the failed renewal. Under the time rates that
+///   renew after a fixed time, grace lasts one such time and retry two. Fixing billing
+///   charges the renewal at once; a subscription not fixed in time expires.
+/// - Auto-renew can be turned off (the subscription runs out) and on again; a transaction can
+///   be refunded (the entitlement ends and observers hear that it was revoked); offer codes
+///   are redeemed by reference name or internal id for eligible customers (a stackable one
+///   follows the introductory offer of a customer new to the group); purchases can be
+///   interrupted (`_billingIssuesEnabled`: they fail until resolved, then a new purchased
+///   transaction arrives).
 /// - Restoring reports a restored transaction for every non-consumable and every first
 ///   purchase of a subscription (the original being the purchase), then that it finished.
 /// - The ledger (transactions, clock, offers used) lives in `ledger.json` in the state
@@ -161,7 +232,8 @@ class SandboxStore final : public platform::StoreBackend, public std::enable_sha
   // Test settings, starting from the file's values.
 
   /// Switches the storefront (three-letter code); throws `std::invalid_argument` for a
-  /// code the store does not know. Later answers use the new currency.
+  /// code the store does not know. Later answers use the new currency, and the payment
+  /// queue's observers hear of the change.
   void setStorefront(std::string_view countryCode);
   void setLocale(std::optional<std::string> localeIdentifier);
   void setAskToBuyEnabled(bool enabled);
@@ -181,6 +253,48 @@ class SandboxStore final : public platform::StoreBackend, public std::enable_sha
   void approveAskToBuyTransaction(std::string_view identifier);
   void declineAskToBuyTransaction(std::string_view identifier);
 
+  /// While on, every renewal that falls due fails to bill (billing retry, with a grace
+  /// period first when that is on). Turning it off is the customer fixing the payment: every
+  /// subscription still within its retry window is charged at once.
+  void setRenewalBillingIssuesEnabled(bool enabled);
+  /// Whether a renewal that fails to bill starts with a grace period.
+  void setBillingGracePeriodEnabled(bool enabled);
+  /// While on, every purchase fails as interrupted until resolved.
+  void setInterruptedPurchasesEnabled(bool enabled);
+  /// Completes the oldest interrupted purchase: a new purchased transaction for its product
+  /// and payment is reported, and its ledger identifier returned. Throws
+  /// `std::invalid_argument` when no interrupted purchase waits.
+  std::string resolveInterruptedPurchase();
+
+  /// Makes a purchase as if outside the app (a promoted purchase, or one in the store's own
+  /// app): the observers hear of a purchased transaction they never saw purchasing. Returns
+  /// its ledger identifier; throws `std::invalid_argument` for an unknown product.
+  std::string purchaseOutsideApp(std::string_view productIdentifier);
+
+  // Subscriptions and refunds.
+
+  /// Turns auto-renew off for the active subscription of the product's group: it runs to
+  /// the end of its period and expires without a transaction. Throws `std::invalid_argument`
+  /// when the customer has no active subscription to that product.
+  void cancelAutoRenew(std::string_view productIdentifier);
+  /// Turns auto-renew back on before the period ends; throws `std::invalid_argument` when
+  /// there is no active subscription with auto-renew off.
+  void resumeAutoRenew(std::string_view productIdentifier);
+  /// Refunds the latest purchase of a product: the receipt records the cancellation date and
+  /// reason, a subscription stops renewing and becomes revoked, and the payment queue's
+  /// observers hear that the entitlement to the product was revoked. Throws
+  /// `std::invalid_argument` when there is no such purchase.
+  void refund(std::string_view productIdentifier, std::int64_t reason = 0);
+  /// Redeems a code offer of a subscription, named by its reference name or internal id:
+  /// a purchased transaction at the offer's price and periods is reported, and nothing is
+  /// returned. A customer outside the offer's eligibility gets nothing; the reason is
+  /// returned, e.g. "the offer is for new or expired customers, and this customer is
+  /// subscribed in the group". Throws `std::invalid_argument` for an unknown product or offer.
+  std::optional<std::string> redeemOfferCode(std::string_view productIdentifier, std::string_view offer);
+  /// The customer's subscription in the product's group; `notSubscribed` for products that
+  /// are not auto-renewable subscriptions. Throws `std::invalid_argument` for an unknown product.
+  SubscriptionStatus subscriptionStatus(std::string_view productIdentifier) const;
+
   // The clock.
 
   /// The store's time: when the ledger was made, moved on by every `advanceClock` and,
@@ -195,7 +309,8 @@ class SandboxStore final : public platform::StoreBackend, public std::enable_sha
   /// The same by a calendar period (`P1M` from 31 January ends on the last day of February).
   void advanceClock(const Period& period);
   /// Renews an active subscription now, as if its period had just ended; throws
-  /// `std::invalid_argument` when the product has no active subscription.
+  /// `std::invalid_argument` when the product has no active subscription that renews
+  /// (refunded, auto-renew off or waiting for billing to be fixed).
   void forceRenewal(std::string_view productIdentifier);
 
   // The ledger.

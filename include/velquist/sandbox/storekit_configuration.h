@@ -189,7 +189,8 @@ struct Settings {
   std::optional<std::int64_t> storeKitError;
   /// Per-API simulated errors (newer files), in file order.
   std::vector<SimulatedError> storeKitErrors;
-  /// Purchases are interrupted by a billing issue until it is resolved.
+  /// Purchases are interrupted by a billing issue until it is resolved (`_billingIssuesEnabled`,
+  /// or `_interruptedPurchasesEnabled` in hand-made files).
   bool billingIssuesEnabled = false;
   /// Renewals fail and enter billing retry.
   bool renewalBillingIssuesEnabled = false;
