@@ -71,6 +71,15 @@ TEST_F(ProductRequest, StoppingBeforeTheAnswerEndsTheWaitAndCancelsTheStoreReque
   backend->waitForAnswers();
 }
 
+TEST_F(ProductRequest, AnAlreadyStoppedTokenFailsEveryTimeWithoutAskingTheStore) {
+  std::stop_source stop;
+  stop.request_stop();
+  for (int attempt = 0; attempt < 20; ++attempt) {
+    EXPECT_THROW(products({"a"}, stop.get_token()), support::CancellationError) << attempt;
+  }
+  EXPECT_TRUE(backend->requests().empty());
+}
+
 TEST(Storefront, ReadAfreshFromThePaymentQueue) {
   EXPECT_EQ(Storefront::current(), std::nullopt);  // no backend
   auto backend = std::make_shared<ScriptedStoreBackend>();
