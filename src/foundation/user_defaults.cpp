@@ -225,7 +225,7 @@ std::string UserDefaultsReport::description() const {
       return name + " is not used (" + reason + "); changes stay in memory";
     case Kind::writeFailed:
       return name + ": write failed (" + reason +
-             "); the value is kept in memory and written with the next write that succeeds";
+             "); the value is kept in memory (a later write that succeeds saves it)";
   }
   return name + ": " + reason;
 }

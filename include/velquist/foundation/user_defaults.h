@@ -103,7 +103,7 @@ struct UserDefaultsReport {
   ///     /d/app.defaults.json is damaged (bad checksum at byte 61); kept 2 entries; the damaged
   ///     file is now /d/app.defaults.json.damaged-1
   ///     /d/app.defaults.json: write failed (cannot write: No space left on device); the value
-  ///     is kept in memory and written with the next write that succeeds
+  ///     is kept in memory (a later write that succeeds saves it)
   std::string description() const;
 };
 
