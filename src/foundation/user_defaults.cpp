@@ -256,7 +256,7 @@ namespace {
 
 constexpr std::string_view journalHeader = "velquist-defaults 1\n";
 constexpr std::uint32_t largestPayload = std::uint32_t{1} << 30;
-constexpr std::size_t smallestCompactedFile = std::size_t{1} << 20;
+constexpr std::size_t smallestCompactedFile = std::size_t{8} << 20;
 
 enum class Operation : std::uint8_t { setText = 1, setBytes = 2, remove = 3, setKept = 4 };
 

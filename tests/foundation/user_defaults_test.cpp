@@ -234,7 +234,7 @@ TEST(FileUserDefaults, WritesAppendAndCompactionReplacesTheFileWhole) {
   EXPECT_EQ(current(), identity(original));
   // Values large enough to pass the bound: the file is rewritten with the live entries only,
   // as a new file; the old one's bytes are never touched.
-  const std::string large(300000, 'x');
+  const std::string large(1200000, 'x');
   for (int i = 0; i < 8; ++i) defaults.setString(large + std::to_string(i), "big");
   EXPECT_NE(current(), identity(original));
   EXPECT_EQ(readOriginal(), before);

@@ -126,7 +126,7 @@ void removeUserDefaultsObserver(std::uint64_t observer);
 ///     u32 CRC-32C of the payload
 ///
 /// (integers little-endian). When the file grows past four times what its live entries
-/// need (and past 1 MiB), it is compacted: the live entries are written to a new file that
+/// need (and past 8 MiB), it is compacted: the live entries are written to a new file that
 /// replaces the old one atomically (`writeFileAtomically`). Records already in the file
 /// are never rewritten in place.
 ///
