@@ -152,12 +152,12 @@ std::string holderOf(int fd) {
 }  // namespace
 
 FileLock::Held::~Held() {
-  {
-    std::lock_guard guard(heldLocksMutex);
-    const auto found = heldLocks().find(key);
-    if (found != heldLocks().end() && found->second.expired()) heldLocks().erase(found);
-  }
-  ::close(fd);  // lets go of the lock
+  // Lets go of the lock first: a thread of this process may be waiting for it in `acquire`,
+  // holding the registry's mutex.
+  ::close(fd);
+  std::lock_guard guard(heldLocksMutex);
+  const auto found = heldLocks().find(key);
+  if (found != heldLocks().end() && found->second.expired()) heldLocks().erase(found);
 }
 
 FileLock FileLock::acquire(const fs::path& lockFile, std::chrono::milliseconds wait) {

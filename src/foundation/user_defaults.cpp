@@ -399,19 +399,22 @@ Replay replay(std::string_view file) {
 
 std::string osReason(int error) { return std::strerror(error); }
 
-// Moves a damaged file to "<file>.damaged-<n>", the first such name not taken: an earlier
-// copy is never replaced.
-std::filesystem::path moveAside(const std::filesystem::path& file) {
+// Keeps a damaged file as "<file>.damaged-<n>", the first such name not taken: an earlier
+// copy is never replaced. A hard link, so the damaged file stays where it was until the kept
+// entries replace it atomically; a crash in between loses nothing. Where links are not
+// possible, the file is renamed instead.
+std::filesystem::path keepCopy(const std::filesystem::path& file) {
   for (int n = 1; n <= 100000; ++n) {
     std::filesystem::path copy = file;
     copy += ".damaged-" + std::to_string(n);
+    if (::link(file.c_str(), copy.c_str()) == 0) return copy;
+    if (errno == EEXIST) continue;
     if (::renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, copy.c_str(), RENAME_NOREPLACE) == 0) return copy;
-    if (errno != EEXIST) {
-      throw std::filesystem::filesystem_error("cannot move the damaged file aside", file, copy,
-                                              std::error_code(errno, std::generic_category()));
-    }
+    if (errno == EEXIST) continue;
+    throw std::filesystem::filesystem_error("cannot keep a copy of the damaged file", file, copy,
+                                            std::error_code(errno, std::generic_category()));
   }
-  throw std::filesystem::filesystem_error("no free name for the damaged file", file,
+  throw std::filesystem::filesystem_error("no free name for a copy of the damaged file", file,
                                           std::make_error_code(std::errc::file_exists));
 }
 
@@ -520,7 +523,7 @@ struct FileUserDefaults::State {
 
   void keepAsideAndRewrite(std::string damage) {
     try {
-      const auto copy = moveAside(path);
+      const auto copy = keepCopy(path);
       report(UserDefaultsReport::Kind::damaged, std::move(damage), copy);
       rewrite();
     } catch (const std::exception& error) {
