@@ -568,7 +568,9 @@ struct FileUserDefaults::State {
     }
     const std::size_t newSize = value ? recordSize(key, *value) : 0;
     liveBytes = liveBytes - std::min(liveBytes, previousSize) + newSize;
-    if (needsRewrite || fd < 0) {
+    // A file removed behind our back would swallow the records: write a new one instead.
+    struct stat status {};
+    if (needsRewrite || fd < 0 || ::fstat(fd, &status) != 0 || status.st_nlink == 0) {
       rewrite();
       return;
     }

@@ -286,9 +286,17 @@ TEST(FileUserDefaults, TheNextWriteThatSucceedsWritesEverything) {
   defaults.setString("two", "b");
   EXPECT_EQ(defaults.lastWriteError(), std::nullopt);
   EXPECT_EQ(kindsOf(defaults), std::vector{Kind::writeFailed});
-  const FileUserDefaults reopened(file);
-  EXPECT_EQ(read(reopened, "a"), Reading("one", {}));
-  EXPECT_EQ(read(reopened, "b"), Reading("two", {}));
+  {
+    const FileUserDefaults reopened(file);
+    EXPECT_EQ(read(reopened, "a"), Reading("one", {}));
+    EXPECT_EQ(read(reopened, "b"), Reading("two", {}));
+  }
+  // A file removed while the object has it open is written anew, with everything.
+  fs::remove(file);
+  defaults.setString("three", "c");
+  const FileUserDefaults again(file);
+  EXPECT_EQ(read(again, "a"), Reading("one", {}));
+  EXPECT_EQ(read(again, "c"), Reading("three", {}));
 }
 
 // Two real processes on one file: the second waits for the first and then sees its writes;

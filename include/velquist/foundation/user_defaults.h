@@ -133,9 +133,9 @@ void removeUserDefaultsObserver(std::uint64_t observer);
 /// Guarantees: a write that has returned survives the death of the process at any later
 /// instant; with `Durability::survivesPowerFailure` it is on the device too. A file cut
 /// short inside its last record keeps every earlier write (a `tornWrite` report; the cut
-/// tail is dropped). Any other damage keeps every record that still checks, moves the file
-/// to a new name beside it ("<file>.damaged-<n>", never over an earlier copy), writes the
-/// kept entries back and makes a `damaged` report. Files in the earlier JSON form (an
+/// tail is dropped). Any other damage keeps every record that still checks, keeps the
+/// damaged file under a new name beside it ("<file>.damaged-<n>", never over an earlier
+/// copy), writes the kept entries back in its place and makes a `damaged` report. Files in the earlier JSON form (an
 /// object from key to text, or to {"data": base64}) are read and rewritten as a journal;
 /// their other entries stay, absent for reading except that numbers and booleans read as
 /// their text. A write that fails (no space, no permission, a folder or a link to nothing
