@@ -19,7 +19,7 @@ namespace velquist::bench {
 
 struct RatioTarget {
   std::string name;       // the benchmark's name
-  double limit;           // the target ratio
+  double limit;           // the target ratio; 0 for a ratio reported without a target
   bool libraryIsSlower;   // true: library / baseline at most `limit`; false: baseline / library at least `limit`
 };
 
@@ -46,7 +46,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
       const auto found = measured_.find(target.name);
       if (found == measured_.end()) continue;
       const auto [library, baseline] = found->second;
-      if (target.libraryIsSlower) {
+      if (target.limit <= 0) {
+        std::printf("  %s: library / baseline = %.2fx (reported, no target)\n", target.name.c_str(), library / baseline);
+      } else if (target.libraryIsSlower) {
         const double ratio = library / baseline;
         std::printf("  %s: library / baseline = %.2fx (target at most %.2fx) %s\n", target.name.c_str(), ratio,
                     target.limit, ratio <= target.limit ? "ok" : "MISSED");

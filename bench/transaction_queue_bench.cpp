@@ -1,12 +1,14 @@
-// The transaction queue with the file-backed user defaults against the same queue with the
-// in-memory ones: one batch of 1,000 purchased transactions, each renewing one of 1,000
-// stored original identifiers, from the store's report to the listeners' delivery. Reads
-// of the stored set are answered from memory in both cases, so the file store should cost
-// little more than the in-memory one.
+// What following purchases costs, from the store's report to the listeners' delivery:
 //
-// A second pair, without a target, shows what first purchases cost, where every record
-// rewrites the file (atomically, flushed to disk) instead of a value in memory; its
-// seconds per batch are the "library" and "baseline" columns of the table.
+// - 1,000 renewals against 1,000 stored identifiers, file-backed defaults against in-memory
+//   ones: reads are answered from memory in both, so the file costs little more.
+// - 100 first purchases, file-backed against in-memory: each appends one record to the
+//   defaults' journal instead of changing a value in memory.
+// - 1,000 renewals against 100,000 stored identifiers against the same with 100: the set is
+//   parsed once per change, not once per transaction, so its size does not matter.
+// - One short value set, the file-backed defaults against a plain map (no target).
+//
+// Each pair's seconds per run are the "library" and "baseline" columns of the table.
 
 #include <unistd.h>
 
@@ -16,6 +18,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "ratio_reporter.h"
@@ -174,8 +177,48 @@ void firstPurchases(benchmark::State& state) {
   });
 }
 
+void renewalsAgainstALargeSet(benchmark::State& state) {
+  const auto large = storedIdentifiers(100000), small = storedIdentifiers(100);
+  Subject library(std::make_shared<InMemoryUserDefaults>());
+  Subject baseline(std::make_shared<InMemoryUserDefaults>());
+  TransactionQueueListenerState(library.defaults).setOriginalTransactionIDs(large);
+  TransactionQueueListenerState(baseline.defaults).setOriginalTransactionIDs(small);
+  // The same 1,000 renewals of identifiers both sets hold.
+  SKPaymentQueue::Transactions batch;
+  for (int i = 0; i < 1000; ++i) {
+    batch.push_back(purchase("5000" + std::to_string(i), "2000000" + std::to_string(100000 + i % 100)));
+  }
+  interleaved(state, library, baseline, [&](Subject&) { return batch; });
+}
+
+void shortValueSet(benchmark::State& state) {
+  FileUserDefaults file(scratchFile("short"));
+  std::unordered_map<std::string, std::string> map;
+  using Clock = std::chrono::steady_clock;
+  Clock::duration libraryTotal{}, baselineTotal{};
+  constexpr int perRun = 1000;
+  int next = 0;
+  for (auto _ : state) {
+    auto start = Clock::now();
+    for (int i = 0; i < perRun; ++i) file.setString(std::to_string(next++), "key" + std::to_string(i % 10));
+    libraryTotal += Clock::now() - start;
+    start = Clock::now();
+    for (int i = 0; i < perRun; ++i) map.insert_or_assign("key" + std::to_string(i % 10), std::to_string(next++));
+    baselineTotal += Clock::now() - start;
+    benchmark::DoNotOptimize(map);
+  }
+  const double runs = static_cast<double>(state.iterations()) * perRun;
+  state.counters["library"] = std::chrono::duration<double>(libraryTotal).count() / runs;
+  state.counters["baseline"] = std::chrono::duration<double>(baselineTotal).count() / runs;
+}
+
 BENCHMARK(renewals)->Name("1000 renewals against 1000 stored")->Unit(benchmark::kMillisecond)->Iterations(20);
 BENCHMARK(firstPurchases)->Name("100 first purchases")->Unit(benchmark::kMillisecond)->Iterations(10);
+BENCHMARK(renewalsAgainstALargeSet)
+    ->Name("1000 renewals against 100000 stored vs 100")
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(20);
+BENCHMARK(shortValueSet)->Name("one short value set")->Unit(benchmark::kMillisecond)->Iterations(20);
 
 }  // namespace
 
@@ -185,6 +228,9 @@ int main(int argc, char** argv) {
   const int result = velquist::bench::runWithRatios(argc, argv,
                                                     {
                                                         {"1000 renewals against 1000 stored", 2.0, true},
+                                                        {"100 first purchases", 3.0, true},
+                                                        {"1000 renewals against 100000 stored vs 100", 1.5, true},
+                                                        {"one short value set", 0.0, true},
                                                     });
   std::filesystem::remove_all(scratchFile("x").parent_path());
   return result;

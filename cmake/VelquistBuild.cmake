@@ -20,6 +20,12 @@ if(VELQUIST_SANITIZE)
   target_link_options(velquist_settings INTERFACE -fsanitize=${VELQUIST_SANITIZE})
 endif()
 
+# Fuzzing: the library is built with libFuzzer's coverage instrumentation, so the fuzzers
+# are guided by its branches too (the programs link libFuzzer itself, fuzz/CMakeLists.txt).
+if(VELQUIST_FUZZ)
+  target_compile_options(velquist_settings INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 # velquist_module(<name> [DEPENDS <targets>...] [PRIVATE <targets>...])
 # A static library velquist_<name> (alias velquist::<name>) from src/<name>/, with the
 # public headers under include/velquist/<name>/.

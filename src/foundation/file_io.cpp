@@ -1,13 +1,17 @@
 #include "velquist/foundation/file_io.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <map>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <system_error>
 #include <utility>
 
@@ -36,6 +40,7 @@ class Descriptor {
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
   int get() const { return fd_; }
+  int release() { return std::exchange(fd_, -1); }
   // Closes now so that a failing close is seen (some file systems report write errors there).
   int close() { return ::close(std::exchange(fd_, -1)); }
 
@@ -117,5 +122,80 @@ std::optional<std::string> readFileIfPresent(const fs::path& path) {
     contents.append(chunk, static_cast<std::size_t>(count));
   }
 }
+
+// The lock file's descriptor, shared by every `FileLock` of this process on that file: flock
+// locks belong to an open file description, so a second descriptor in the same process would
+// wait for the first.
+struct FileLock::Held {
+  Held(std::string key, int fd) : key(std::move(key)), fd(fd) {}
+  ~Held();
+  const std::string key;
+  const int fd;
+};
+
+namespace {
+
+std::mutex heldLocksMutex;
+std::map<std::string, std::weak_ptr<FileLock::Held>>& heldLocks() {
+  static std::map<std::string, std::weak_ptr<FileLock::Held>> locks;
+  return locks;
+}
+
+std::string holderOf(int fd) {
+  char text[32] = {};
+  const ssize_t count = ::pread(fd, text, sizeof text - 1, 0);
+  std::string pid(text, count > 0 ? static_cast<std::size_t>(count) : 0);
+  while (!pid.empty() && (pid.back() == '\n' || pid.back() == ' ')) pid.pop_back();
+  return pid.empty() ? "another process" : "process " + pid;
+}
+
+}  // namespace
+
+FileLock::Held::~Held() {
+  // Lets go of the lock first: a thread of this process may be waiting for it in `acquire`,
+  // holding the registry's mutex.
+  ::close(fd);
+  std::lock_guard guard(heldLocksMutex);
+  const auto found = heldLocks().find(key);
+  if (found != heldLocks().end() && found->second.expired()) heldLocks().erase(found);
+}
+
+FileLock FileLock::acquire(const fs::path& lockFile, std::chrono::milliseconds wait) {
+  const std::string key = fs::absolute(lockFile).lexically_normal().string();
+  std::lock_guard guard(heldLocksMutex);
+  if (const auto found = heldLocks().find(key); found != heldLocks().end()) {
+    if (auto held = found->second.lock()) return FileLock(std::move(held));
+  }
+  if (const fs::path folder = lockFile.parent_path(); !folder.empty()) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) throw fs::filesystem_error("cannot create the folder", folder, error);
+  }
+  Descriptor fd(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  if (fd.get() < 0) fail("cannot open the lock file", lockFile, errno);
+  const auto deadline = std::chrono::steady_clock::now() + wait;
+  while (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno == EINTR) continue;
+    if (errno != EWOULDBLOCK) fail("cannot lock", lockFile, errno);
+    if (std::chrono::steady_clock::now() >= deadline) {
+      throw FileInUseError(lockFile.string() + " is in use by " + holderOf(fd.get()) + " (waited " +
+                           std::to_string(wait.count()) + " ms)");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  // Names the holder for whoever waits next; the lock holds even if this fails.
+  const std::string pid = std::to_string(::getpid()) + "\n";
+  if (::ftruncate(fd.get(), 0) == 0) {
+    [[maybe_unused]] const ssize_t written = ::pwrite(fd.get(), pid.data(), pid.size(), 0);
+  }
+  auto held = std::make_shared<Held>(key, fd.release());
+  heldLocks()[key] = held;
+  return FileLock(std::move(held));
+}
+
+FileLock::FileLock(std::shared_ptr<Held> held) : held_(std::move(held)) {}
+FileLock::FileLock(FileLock&&) noexcept = default;
+FileLock& FileLock::operator=(FileLock&&) noexcept = default;
+FileLock::~FileLock() = default;
 
 }  // namespace velquist::foundation

@@ -8,6 +8,7 @@
 #include <memory>
 #include <utility>
 
+#include "velquist/foundation/user_defaults.h"
 #include "velquist/logging/log_capture.h"
 #include "velquist/support/mutex.h"
 
@@ -165,5 +166,16 @@ void LogCapture::clear() {
   support::LockGuard lock(shared_->mutex);
   shared_->entries.clear();
 }
+
+namespace {
+
+// Every problem with a defaults file becomes one log line. Foundation sits below logging, so it
+// reports through an observer, added here as the program starts.
+const std::uint64_t userDefaultsReportsLogged = foundation::addUserDefaultsObserver([](const auto& report) {
+  const auto level = report.kind == foundation::UserDefaultsReport::Kind::tornWrite ? LogLevel::info : LogLevel::error;
+  Logger::named("velquist.foundation", "UserDefaults").log(level, placeholder, {report.description()});
+});
+
+}  // namespace
 
 }  // namespace velquist::logging

@@ -147,7 +147,17 @@ class Reader {
     }
     return number;
   }
-  Date date() const { return Date(milliseconds(integer())); }
+  // Milliseconds since 1970; the clock counts nanoseconds and overflows past 2262, so dates
+  // are kept to 1970...2199, which leaves room for the renewals that follow them.
+  Date date() const {
+    const std::int64_t count = integer();
+    if (count < 0 || count >= latestDate) {
+      fail("date " + std::to_string(count) + " is outside the store's range (1970-01-01 to 2200-01-01 in milliseconds, 0 to " +
+           std::to_string(latestDate) + ")");
+    }
+    return Date(milliseconds(count));
+  }
+  static constexpr std::int64_t latestDate = 7258118400000;  // 2200-01-01T00:00:00Z
 
  private:
   void requireObject() const {
@@ -217,6 +227,33 @@ LedgerEntry readEntry(const Reader& reader) {
   return entry;
 }
 
+// The store names a chain's first purchase as the original of every later entry, so an
+// original never has an original of its own. A file where one does (an entry that is its own
+// original, two that name each other, a longer chain) would send the store round in circles
+// when it builds the transaction objects; it is refused.
+void requireFirstPurchasesAsOriginals(const Ledger& ledger, const std::filesystem::path& path) {
+  std::unordered_map<std::string_view, std::size_t> byIdentifier;
+  for (std::size_t index = 0; index < ledger.entries.size(); ++index) {
+    byIdentifier.emplace(ledger.entries[index].identifier, index);
+  }
+  for (std::size_t index = 0; index < ledger.entries.size(); ++index) {
+    const LedgerEntry& entry = ledger.entries[index];
+    if (!entry.originalIdentifier) continue;
+    const JsonValue unused;
+    const Reader at(path, "transactions[" + std::to_string(index) + "].originalIdentifier", unused);
+    if (*entry.originalIdentifier == entry.identifier) at.fail("the transaction names itself as its original");
+    const auto original = byIdentifier.find(*entry.originalIdentifier);
+    if (original == byIdentifier.end()) continue;
+    const LedgerEntry& first = ledger.entries[original->second];
+    if (!first.originalIdentifier) continue;
+    if (*first.originalIdentifier == entry.identifier) {
+      at.fail("transactions " + entry.identifier + " and " + first.identifier + " name each other as original (a cycle)");
+    }
+    at.fail("the original transaction " + first.identifier + " is not a first purchase: its own original is " +
+            *first.originalIdentifier);
+  }
+}
+
 }  // namespace
 
 std::optional<Ledger> readLedger(const std::filesystem::path& path) {
@@ -237,7 +274,9 @@ std::optional<Ledger> readLedger(const std::filesystem::path& path) {
   const std::int64_t nextIdentifier = next.integer();
   if (nextIdentifier < 1) next.fail("must be at least 1");
   ledger.nextIdentifier = static_cast<std::uint64_t>(nextIdentifier);
-  for (const Reader& entry : root.member("transactions").elements()) ledger.entries.push_back(readEntry(entry));
+  const Reader transactions = root.member("transactions");
+  for (const Reader& entry : transactions.elements()) ledger.entries.push_back(readEntry(entry));
+  requireFirstPurchasesAsOriginals(ledger, path);
   return ledger;
 }
 

@@ -180,6 +180,8 @@ class SandboxStore::State {
     interrupts_ = settings.billingIssuesEnabled;
     if (options.followsTimeRate) followedRate = detail::timeRateNamed(settings.timeRate);
 
+    // One process at a time keeps the folder: two would each write their own ledger over the other's.
+    folderLock.emplace(foundation::FileLock::acquire(options.stateDirectory / ".lock", options.lockWait));
     support::LockGuard lock(mutex);
     if (auto stored = detail::readLedger(ledgerPath)) {
       ledger_ = std::move(*stored);
@@ -694,6 +696,7 @@ class SandboxStore::State {
   std::filesystem::path ledgerPath;
   std::filesystem::path receiptPath;
   std::optional<detail::TimeRate> followedRate;
+  std::optional<foundation::FileLock> folderLock;
   // Transaction reports and products answers go on separate queues, so an observer that
   // waits for a products request does not wait behind itself.
   support::QueueScheduler reports{"velquist.sandbox.transactions"};

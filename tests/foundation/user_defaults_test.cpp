@@ -1,6 +1,12 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <atomic>
 #include <filesystem>
 #include <functional>
@@ -71,35 +77,177 @@ TEST(UserDefaults, BothStoresKeepWhatWasSetAndTheFileOneAcrossReopening) {
   }
 }
 
-TEST(FileUserDefaults, BadContentsReadAsAbsentAndAreNeverLost) {
-  const std::tuple<std::string, Readings, bool> examples[] = {  // contents, readings, moved aside
-      {"{\"a\": ", {{"a", {}}}, true},
-      {"[\"a\"]", {{"a", {}}}, true},
-      {"", {{"a", {}}}, true},
-      {"{\"a\": \"\xff\"}", {{"a", {}}}, true},
-      {R"({"n": 1, "t": "x", "bad64": {"data": "A!=="}, "b": {"data": "AAE="}, "two": {"data": "AA==", "more": 1}})",
-       {{"n", {}}, {"t", {"x", {}}}, {"bad64", {}}, {"b", {{}, Bytes{0, 1}}}, {"two", {}}}, false},
-      {R"({"k": "first", "k": "last"})", {{"k", {"last", {}}}}, false},
+// The reports of one file told to the process-wide observers while the object lives.
+struct ObservedReports {
+  explicit ObservedReports(fs::path file) : file(std::move(file)) {
+    number = addUserDefaultsObserver([this](const UserDefaultsReport& report) {
+      if (report.file == this->file) kinds.push_back(report.kind);
+    });
+  }
+  ~ObservedReports() { removeUserDefaultsObserver(number); }
+  fs::path file;
+  std::uint64_t number = 0;
+  std::vector<UserDefaultsReport::Kind> kinds;  // only touched on the test's thread
+};
+
+using Kind = UserDefaultsReport::Kind;
+
+std::vector<Kind> kindsOf(const FileUserDefaults& defaults) {
+  std::vector<Kind> kinds;
+  for (const auto& report : defaults.reports()) kinds.push_back(report.kind);
+  return kinds;
+}
+
+// Files of the earlier JSON form, and files that are neither that nor a journal.
+TEST(FileUserDefaults, EarlierJsonFilesAreMigratedAndDamagedOnesKeptAside) {
+  const std::tuple<std::string, Readings, std::vector<Kind>> examples[] = {
+      {"{\"a\": ", {{"a", {}}}, {Kind::damaged}},
+      {"[\"a\"]", {{"a", {}}}, {Kind::damaged}},
+      {"{\"a\": \"\xff\"}", {{"a", {}}}, {Kind::damaged}},
+      {std::string("\0\x01garbage", 9), {{"a", {}}}, {Kind::damaged}},
+      {"velquist-defaults 1\nGARBAGE!", {{"a", {}}}, {Kind::damaged}},
+      {"", {{"a", {}}}, {Kind::tornWrite}},
+      {"velquist-def", {{"a", {}}}, {Kind::tornWrite}},
+      {R"({"n": 42, "yes": true, "t": "x", "bad64": {"data": "A!=="}, "b": {"data": "AAE="}, "two": {"data": "AA==", "more": 1}})",
+       {{"n", {"42", {}}}, {"yes", {"1", {}}}, {"t", {"x", {}}}, {"bad64", {}}, {"b", {{}, Bytes{0, 1}}}, {"two", {}}},
+       {}},
+      {R"({"k": "first", "k": "last"})", {{"k", {"last", {}}}}, {}},
   };
-  for (const auto& [contents, expected, movedAside] : examples) {
+  for (const auto& [contents, expected, kinds] : examples) {
     TemporaryFolder folder;
     const fs::path file = folder.path / "app.defaults.json";
     writeFileAtomically(file, contents);
-    FileUserDefaults defaults(file);
-    for (const auto& [key, reading] : expected) EXPECT_EQ(read(defaults, key), reading) << contents << ", key " << key;
-    EXPECT_EQ(readFileIfPresent(fs::path(file).concat(".malformed")), movedAside ? std::optional(contents) : std::nullopt)
-        << contents;
-    // A write keeps the entries it cannot read, and leaves a file that parses.
-    defaults.setString("new", "added");
-    const JsonValue written = parseJson(readFileIfPresent(file).value());
-    ASSERT_EQ(written.kind(), JsonValue::Kind::object) << contents;
-    const JsonValue original = movedAside ? JsonValue(JsonValue::Object{}) : parseJson(contents);
-    for (const auto& member : original.objectValue()) {
-      ASSERT_NE(written.find(member.first), nullptr) << contents << ", key " << member.first;
-      EXPECT_EQ(*written.find(member.first), *original.find(member.first)) << contents << ", key " << member.first;
+    ObservedReports observed(file);
+    {
+      FileUserDefaults defaults(file);
+      for (const auto& [key, reading] : expected) EXPECT_EQ(read(defaults, key), reading) << contents << ", key " << key;
+      EXPECT_EQ(kindsOf(defaults), kinds) << contents;
+      const bool damaged = !kinds.empty() && kinds[0] == Kind::damaged;
+      EXPECT_EQ(readFileIfPresent(fs::path(file).concat(".damaged-1")), damaged ? std::optional(contents) : std::nullopt)
+          << contents;
+      if (damaged) {
+        EXPECT_EQ(defaults.reports()[0].copy, fs::path(file).concat(".damaged-1")) << contents;
+      }
+      defaults.setString("new", "added");
     }
-    EXPECT_EQ(FileUserDefaults(file).stringForKey("added"), "new") << contents;
+    EXPECT_EQ(observed.kinds, kinds) << contents;
+    // Reopened, the file is a journal holding what was kept and the new value.
+    const FileUserDefaults reopened(file);
+    EXPECT_TRUE(readFileIfPresent(file)->starts_with("velquist-defaults 1\n")) << contents;
+    EXPECT_EQ(reopened.stringForKey("added"), "new") << contents;
+    for (const auto& [key, reading] : expected) EXPECT_EQ(read(reopened, key), reading) << contents << ", key " << key;
+    EXPECT_TRUE(reopened.reports().empty()) << contents;
   }
+}
+
+TEST(FileUserDefaults, ASecondDamagedFileNeverReplacesTheFirstCopy) {
+  TemporaryFolder folder;
+  const fs::path file = folder.path / "app.defaults.json";
+  for (const std::string contents : {"first damage", "second damage"}) {
+    writeFileAtomically(file, contents);
+    FileUserDefaults defaults(file);
+  }
+  EXPECT_EQ(readFileIfPresent(fs::path(file).concat(".damaged-1")), "first damage");
+  EXPECT_EQ(readFileIfPresent(fs::path(file).concat(".damaged-2")), "second damage");
+}
+
+// A journal of three writes: cut anywhere inside the last record, the first two stay; with a
+// byte of a record changed, every other record stays.
+TEST(FileUserDefaults, DamagedJournalsKeepEveryRecordThatChecks) {
+  TemporaryFolder folder;
+  const fs::path file = folder.path / "app.defaults.json";
+  std::vector<std::size_t> ends;  // where each record ends
+  {
+    FileUserDefaults defaults(file);
+    for (const auto& [key, value] : {std::pair{"a", "one"}, {"b", "two"}, {"c", "three"}}) {
+      defaults.setString(value, key);
+      ends.push_back(fs::file_size(file));
+    }
+  }
+  const std::string whole = readFileIfPresent(file).value();
+  const Readings firstTwo = {{"a", {"one", {}}}, {"b", {"two", {}}}, {"c", {}}};
+  for (std::size_t cut = ends[1]; cut < ends[2]; ++cut) {
+    writeFileAtomically(file, whole.substr(0, cut));
+    {
+      FileUserDefaults defaults(file);
+      for (const auto& [key, reading] : firstTwo) EXPECT_EQ(read(defaults, key), reading) << "cut at " << cut;
+      EXPECT_EQ(kindsOf(defaults), cut == ends[1] ? std::vector<Kind>{} : std::vector{Kind::tornWrite}) << cut;
+      defaults.setString("four", "d");  // follows the last whole record
+    }
+    const FileUserDefaults reopened(file);
+    EXPECT_EQ(reopened.stringForKey("d"), "four") << "cut at " << cut;
+    EXPECT_EQ(reopened.stringForKey("b"), "two") << "cut at " << cut;
+    EXPECT_TRUE(reopened.reports().empty()) << "cut at " << cut;
+    EXPECT_FALSE(fs::exists(fs::path(file).concat(".damaged-1"))) << "cut at " << cut;
+  }
+  // A changed byte in the length, the key or the value of the middle record, or its checksum.
+  for (const std::size_t at : {ends[0], ends[0] + 6, ends[0] + 13, ends[1] - 1}) {
+    std::string damaged = whole;
+    damaged[at] = static_cast<char>(damaged[at] ^ 0x20);
+    writeFileAtomically(file, damaged);
+    {
+      const FileUserDefaults defaults(file);
+      const Readings kept = {{"a", {"one", {}}}, {"b", {}}, {"c", {"three", {}}}};
+      for (const auto& [key, reading] : kept) EXPECT_EQ(read(defaults, key), reading) << "byte " << at;
+      EXPECT_EQ(kindsOf(defaults), std::vector{Kind::damaged}) << "byte " << at;
+      EXPECT_EQ(defaults.reports()[0].keptEntries, 2u);
+    }
+    EXPECT_EQ(readFileIfPresent(fs::path(file).concat(".damaged-1")), damaged) << "byte " << at;
+    EXPECT_EQ(FileUserDefaults(file).stringForKey("c"), "three") << "byte " << at;
+    fs::remove(fs::path(file).concat(".damaged-1"));
+  }
+}
+
+// An ordinary write appends: the records already in the file keep their bytes and the file
+// its identity. Only compaction makes a new file, which then replaces the old one by rename.
+TEST(FileUserDefaults, WritesAppendAndCompactionReplacesTheFileWhole) {
+  TemporaryFolder folder;
+  const fs::path file = folder.path / "app.defaults.json";
+  FileUserDefaults defaults(file);
+  defaults.setString("first", "a");
+  defaults.setData({1, 2, 3}, "b");
+  const auto identity = [](int fd) {
+    struct stat status {};
+    EXPECT_EQ(::fstat(fd, &status), 0);
+    return status.st_ino;
+  };
+  const std::string before = readFileIfPresent(file).value();
+  // Held open, the file as it was stays readable even after a rename replaces it.
+  const int original = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(original, 0);
+  const auto readOriginal = [&] {
+    std::string bytes(before.size(), '\0');
+    EXPECT_EQ(::pread(original, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+    return bytes;
+  };
+  const auto current = [&] {
+    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    const auto inode = identity(fd);
+    ::close(fd);
+    return inode;
+  };
+  for (int i = 0; i < 20; ++i) defaults.setString(std::to_string(i), "a");
+  defaults.removeObject("b");
+  const std::string after = readFileIfPresent(file).value();
+  EXPECT_EQ(after.substr(0, before.size()), before);
+  EXPECT_GT(after.size(), before.size());
+  EXPECT_EQ(current(), identity(original));
+  // Values large enough to pass the bound: the file is rewritten with the live entries only,
+  // as a new file; the old one's bytes are never touched.
+  const std::string large(1200000, 'x');
+  for (int i = 0; i < 8; ++i) defaults.setString(large + std::to_string(i), "big");
+  EXPECT_NE(current(), identity(original));
+  EXPECT_EQ(readOriginal(), before);
+  ::close(original);
+  EXPECT_LT(fs::file_size(file), 4 * large.size());
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder.path)) names.push_back(entry.path().filename().string());
+  std::ranges::sort(names);
+  EXPECT_EQ(names, (std::vector<std::string>{"app.defaults.json", "app.defaults.json.lock"}));
+  const FileUserDefaults reopened(file);
+  EXPECT_EQ(reopened.stringForKey("big"), large + "7");
+  EXPECT_EQ(reopened.stringForKey("a"), "19");
+  EXPECT_EQ(reopened.dataForKey("b"), std::nullopt);
 }
 
 TEST(FileUserDefaults, FailedWritesKeepTheChangeInMemoryAndSayWhy) {
@@ -107,17 +255,109 @@ TEST(FileUserDefaults, FailedWritesKeepTheChangeInMemoryAndSayWhy) {
   writeFileAtomically(folder.path / "plain", "x");
   fs::create_directories(folder.path / "taken" / "inner");
   fs::create_symlink("loop", folder.path / "loop");
-  // The file's folder is a file; where the file should be is a folder, or a link to itself that
-  // cannot be read (neither may be replaced).
-  for (const fs::path& path : {folder.path / "plain" / "app.defaults.json", folder.path / "taken", folder.path / "loop"}) {
+  fs::create_symlink("nowhere", folder.path / "dangling");
+  // The file's folder is a file; where the file should be is a folder, a link to itself or
+  // a link to nothing (none may be replaced).
+  for (const fs::path& path : {folder.path / "plain" / "app.defaults.json", folder.path / "taken", folder.path / "loop",
+                               folder.path / "dangling"}) {
+    ObservedReports observed(path);
     FileUserDefaults defaults(path);
     EXPECT_EQ(defaults.lastWriteError(), std::nullopt);
     defaults.setString("kept", "k");
     EXPECT_EQ(defaults.stringForKey("k"), "kept") << path;
     EXPECT_NE(defaults.lastWriteError(), std::nullopt) << path;
+    ASSERT_FALSE(observed.kinds.empty()) << path;
+    EXPECT_EQ(observed.kinds.back(), Kind::writeFailed) << path;
+    EXPECT_NE(defaults.reports().back().description().find(path.string()), std::string::npos) << path;
   }
   EXPECT_TRUE(fs::is_directory(folder.path / "taken" / "inner"));
   EXPECT_TRUE(fs::is_symlink(folder.path / "loop"));
+  EXPECT_TRUE(fs::is_symlink(folder.path / "dangling"));
+}
+
+TEST(FileUserDefaults, TheNextWriteThatSucceedsWritesEverything) {
+  TemporaryFolder folder;
+  const fs::path file = folder.path / "app.defaults.json";
+  FileUserDefaults defaults(file);
+  fs::create_directory(file);  // in the way of the first write
+  defaults.setString("one", "a");
+  EXPECT_NE(defaults.lastWriteError(), std::nullopt);
+  fs::remove(file);
+  defaults.setString("two", "b");
+  EXPECT_EQ(defaults.lastWriteError(), std::nullopt);
+  EXPECT_EQ(kindsOf(defaults), std::vector{Kind::writeFailed});
+  {
+    const FileUserDefaults reopened(file);
+    EXPECT_EQ(read(reopened, "a"), Reading("one", {}));
+    EXPECT_EQ(read(reopened, "b"), Reading("two", {}));
+  }
+  // A file removed while the object has it open is written anew, with everything.
+  fs::remove(file);
+  defaults.setString("three", "c");
+  const FileUserDefaults again(file);
+  EXPECT_EQ(read(again, "a"), Reading("one", {}));
+  EXPECT_EQ(read(again, "c"), Reading("three", {}));
+}
+
+// Two real processes on one file: the second waits for the first and then sees its writes;
+// one that cannot wait long enough is told who holds the file.
+TEST(FileUserDefaults, OneProcessWritesAFileAtATime) {
+  TemporaryFolder folder;
+  const fs::path file = folder.path / "app.defaults.json";
+  const auto writer = [&](const std::string& name) {
+    const pid_t pid = ::fork();
+    if (pid != 0) return pid;
+    int failures = 0;
+    {
+      FileUserDefaults defaults(file, {.lockWait = std::chrono::seconds(20)});
+      for (int i = 0; i < 50; ++i) {
+        defaults.setString(name, name + std::to_string(i));
+        failures += defaults.lastWriteError() ? 1 : 0;
+        ::usleep(1000);
+      }
+    }
+    ::_exit(failures == 0 ? 0 : 1);
+  };
+  const pid_t first = writer("first"), second = writer("second");
+  for (const pid_t pid : {first, second}) {
+    int status = -1;
+    ::waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  {
+    const FileUserDefaults both(file);
+    for (int i = 0; i < 50; ++i) {
+      EXPECT_EQ(both.stringForKey("first" + std::to_string(i)), "first") << i;
+      EXPECT_EQ(both.stringForKey("second" + std::to_string(i)), "second") << i;
+    }
+  }
+
+  // The holder keeps the file until its pipe closes, which happens also if this test dies.
+  int ready[2], release[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  ASSERT_EQ(::pipe(release), 0);
+  const pid_t holder = ::fork();
+  if (holder == 0) {
+    ::close(release[1]);
+    const FileUserDefaults held(file);
+    [[maybe_unused]] const auto told = ::write(ready[1], "x", 1);
+    char ignored = 0;
+    [[maybe_unused]] const auto released = ::read(release[0], &ignored, 1);
+    ::_exit(0);
+  }
+  ::close(release[0]);
+  char signal = 0;
+  ASSERT_EQ(::read(ready[0], &signal, 1), 1);
+  FileUserDefaults refused(file, {.lockWait = std::chrono::milliseconds(50)});
+  ASSERT_EQ(kindsOf(refused), std::vector{Kind::inUse});
+  EXPECT_NE(refused.reports()[0].reason.find("process " + std::to_string(holder)), std::string::npos)
+      << refused.reports()[0].reason;
+  refused.setString("x", "first0");
+  EXPECT_NE(refused.lastWriteError(), std::nullopt);
+  ::close(release[1]);
+  ::waitpid(holder, nullptr, 0);
+  ::close(ready[0]), ::close(ready[1]);
+  EXPECT_EQ(FileUserDefaults(file).stringForKey("first0"), "first");
 }
 
 TEST(StandardUserDefaults, OneFilePerApplicationInsideTheDataFolder) {

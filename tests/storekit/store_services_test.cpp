@@ -67,9 +67,19 @@ TEST_F(ProductRequest, StoppingBeforeTheAnswerEndsTheWaitAndCancelsTheStoreReque
   testing::GuardedThread caller([&] { EXPECT_THROW(products({"a"}, stop.get_token()), support::CancellationError); });
   stop.request_stop();  // whether the caller is already waiting or not, the answer is held
   caller.join("the stopped products request to return");
-  EXPECT_EQ(backend->cancelled(), 1u);
+  // Stopped before the call, the store is never asked; after it, its request is cancelled.
+  EXPECT_EQ(backend->cancelled(), backend->requests().size());
   backend->releaseHeld();  // a late answer reaches nobody
   backend->waitForAnswers();
+}
+
+TEST_F(ProductRequest, AnAlreadyStoppedTokenFailsEveryTimeWithoutAskingTheStore) {
+  std::stop_source stop;
+  stop.request_stop();
+  for (int attempt = 0; attempt < 20; ++attempt) {
+    EXPECT_THROW(products({"a"}, stop.get_token()), support::CancellationError) << attempt;
+  }
+  EXPECT_TRUE(backend->requests().empty());
 }
 
 TEST(Storefront, ReadAfreshFromThePaymentQueue) {

@@ -68,6 +68,22 @@ TEST_F(PaymentQueueTest, ClassifiesEachPurchaseAgainstTheStoredSet) {
   }
 }
 
+// The stored set is read before every decision: a change made between batches counts, even
+// though an unchanged set is not parsed again.
+TEST_F(PaymentQueueTest, AChangeOfTheStoredSetBetweenBatchesIsSeen) {
+  const auto settings = UserSettingsClient::inMemory();
+  auto updates = PaymentQueue(settings).updates();
+  const auto deliver = [&](std::vector<testing::StoreTransaction> rows) {
+    SKPaymentQueue::defaultQueue().reportUpdatedTransactions(storeBatch(rows));
+    return updates.next().value_or(Batch{}).size();
+  };
+  EXPECT_EQ(deliver({{.id = "T1"}}), 1u);
+  EXPECT_EQ(deliver({{.id = "T2", .original = "T1"}}), 0u);  // a renewal
+  settings.setData(bytes("X"), key);
+  EXPECT_EQ(deliver({{.id = "T3", .original = "T1"}}), 1u);  // T1 is no longer stored
+  EXPECT_EQ(stored(settings), (IDs{"X", "T1"}));
+}
+
 TEST_F(PaymentQueueTest, AFailedProductsRequestIsLoggedAndTheBatchHandledWithoutProducts) {
   const auto settings = UserSettingsClient::inMemory();
   settings.setData(bytes("T0"), key);

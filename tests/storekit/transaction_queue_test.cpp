@@ -183,5 +183,49 @@ TEST(OriginalTransactionIDs, SplitDropsEmptyPiecesAndJoinRoundTrips) {
   EXPECT_TRUE(two == "T1,T2" || two == "T2,T1") << two;
 }
 
+// Defaults that count how often the stored text is read; with `counts` false they keep no
+// change count, as a host's own store might not.
+class CountingDefaults final : public foundation::UserDefaults {
+ public:
+  explicit CountingDefaults(bool counts) : counts_(counts) {}
+  std::optional<std::string> stringForKey(std::string_view key) const override {
+    ++reads;
+    return inner_.stringForKey(key);
+  }
+  std::optional<Bytes> dataForKey(std::string_view key) const override { return inner_.dataForKey(key); }
+  void setString(std::string value, std::string_view key) override { inner_.setString(std::move(value), key); }
+  void setData(Bytes value, std::string_view key) override { inner_.setData(std::move(value), key); }
+  void removeObject(std::string_view key) override { inner_.removeObject(key); }
+  std::uint64_t changeCount() const override { return counts_ ? inner_.changeCount() : UserDefaults::changeCount(); }
+  mutable int reads = 0;
+
+ private:
+  bool counts_;
+  foundation::InMemoryUserDefaults inner_;
+};
+
+// Every question sees a change made straight through the defaults; the text is read and
+// parsed again only after such a change.
+TEST(TransactionQueueListenerState, SeesEveryChangeAndParsesOncePerChange) {
+  for (const bool counts : {true, false}) {
+    const auto defaults = std::make_shared<CountingDefaults>(counts);
+    TransactionQueueListenerState state(defaults);
+    const TransactionQueueListenerState copy = state;  // shares what was parsed
+    state.insertOriginalTransactionID("a");
+    const int readsBefore = defaults->reads;
+    for (int i = 0; i < 10; ++i) EXPECT_TRUE(copy.containsOriginalTransactionID("a")) << counts;
+    EXPECT_EQ(defaults->reads - readsBefore, counts ? 0 : 10);
+    defaults->setString("b,,c", std::string(originalTransactionIDsKey));
+    EXPECT_FALSE(state.containsOriginalTransactionID("a")) << counts;
+    EXPECT_TRUE(copy.containsOriginalTransactionID("c")) << counts;
+    state.eraseOriginalTransactionID("b");
+    EXPECT_EQ(defaults->stringForKey(originalTransactionIDsKey), "c") << counts;
+    defaults->removeObject(std::string(originalTransactionIDsKey));
+    EXPECT_EQ(copy.originalTransactionIDs(), std::unordered_set<std::string>{}) << counts;
+    state.setOriginalTransactionIDs({"x"});
+    EXPECT_TRUE(copy.containsOriginalTransactionID("x")) << counts;
+  }
+}
+
 }  // namespace
 }  // namespace velquist::storekit

@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <string>
 
+#include "velquist/foundation/bundle.h"
 #include "velquist/usersettings/user_settings_client.h"
 
 namespace velquist::usersettings {
@@ -30,6 +34,27 @@ TEST(UserSettingsClient, StoresReplacesAndRemovesBytesByKey) {
   first.setData(Bytes{1}, "k");
   EXPECT_EQ(first.data("k"), Bytes{1});
   EXPECT_EQ(second.data("k"), std::nullopt);  // separately made in-memory clients do not share
+}
+
+// The live client and the standard defaults share a key name, never storage: each keeps
+// what it wrote under the same key, in a file of its own.
+TEST(UserSettingsClient, LiveKeepsItsBytesApartFromTheStandardDefaults) {
+  const auto home = std::filesystem::temp_directory_path() / ("velquist_settings_" + std::to_string(::getpid()));
+  ::setenv("VELQUIST_HOME", home.c_str(), 1);  // read once, when the two stores are first used
+  const std::string key = "com.velquist-core.PaymentQueueObserver.originalTransactionIDs";
+  UserSettingsClient::live().setData(Bytes{'a', ',', 'b'}, key);
+  foundation::UserDefaults::standard()->setString("c", key);
+  UserSettingsClient::live().setData(Bytes{'a'}, "other");
+  EXPECT_EQ(UserSettingsClient::live().data(key), (Bytes{'a', ',', 'b'}));
+  EXPECT_EQ(foundation::UserDefaults::standard()->stringForKey(key), "c");
+  EXPECT_EQ(foundation::UserDefaults::standard()->dataForKey("other"), std::nullopt);
+  const auto standardFile = foundation::standardUserDefaultsPath(home, foundation::Bundle::main().bundleIdentifier());
+  const auto settingsFile = userSettingsPath(home, foundation::Bundle::main().bundleIdentifier());
+  EXPECT_NE(standardFile, settingsFile);
+  EXPECT_EQ(foundation::FileUserDefaults(settingsFile).dataForKey(key), (Bytes{'a', ',', 'b'}));
+  EXPECT_EQ(foundation::FileUserDefaults(standardFile).stringForKey(key), "c");
+  EXPECT_EQ(userSettingsPath("/d", "com.example.app"), std::filesystem::path("/d/com.example.app.user-settings.json"));
+  std::filesystem::remove_all(home);
 }
 
 }  // namespace

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <iostream>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "command.h"
+#include "velquist/foundation/user_defaults.h"
 
 namespace velquist::vsk {
 namespace {
@@ -52,14 +55,47 @@ int run(const std::vector<std::string>& arguments) {
   return badInput;
 }
 
+// Problems with the files that keep the run's state (user defaults) go to standard error as
+// they happen; the run carries on, and ends with failure when any write did not reach its
+// file.
+class StateFileReports {
+ public:
+  StateFileReports()
+      : observer_(foundation::addUserDefaultsObserver([this](const foundation::UserDefaultsReport& report) {
+          std::lock_guard lock(mutex_);
+          std::cerr << "vsk: " << report.description() << "\n";
+          if (report.kind == foundation::UserDefaultsReport::Kind::writeFailed && !firstFailedWrite_) {
+            firstFailedWrite_ = report.file.string() + " (" + report.reason + ")";
+          }
+        })) {}
+  ~StateFileReports() { foundation::removeUserDefaultsObserver(observer_); }
+
+  std::optional<std::string> firstFailedWrite() {
+    std::lock_guard lock(mutex_);
+    return firstFailedWrite_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::optional<std::string> firstFailedWrite_;
+  std::uint64_t observer_;
+};
+
 }  // namespace
 }  // namespace velquist::vsk
 
 int main(int argc, char** argv) {
+  // Lives until the process ends: a store may still report while statics are destroyed.
+  static velquist::vsk::StateFileReports reports;
+  int result = velquist::vsk::failure;
   try {
-    return velquist::vsk::run(std::vector<std::string>(argv + 1, argv + argc));
+    result = velquist::vsk::run(std::vector<std::string>(argv + 1, argv + argc));
   } catch (const std::exception& error) {
     std::cerr << "vsk: " << error.what() << "\n";
-    return velquist::vsk::failure;
   }
+  if (const auto failed = reports.firstFailedWrite(); failed && result == velquist::vsk::success) {
+    std::cerr << "vsk: the run's state was not saved: a write to " << *failed << " failed\n";
+    result = velquist::vsk::failure;
+  }
+  return result;
 }

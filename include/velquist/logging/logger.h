@@ -72,6 +72,10 @@ concept LogArgument = std::convertible_to<const T&, std::string_view> ||
 ///     // error, message "fetch products failure\n[\n  \"error\": \"offline\"\n]"
 ///
 /// Thread-safety: a Logger is immutable; every member may be used from any thread.
+///
+/// A program that links this module also logs every problem with a user defaults file
+/// (`foundation::UserDefaultsReport`) as one line of subsystem "velquist.foundation",
+/// category "UserDefaults": info for a torn last write, error for everything else.
 class Logger {
  public:
   static const Logger& named(std::string_view subsystem, std::string_view category);

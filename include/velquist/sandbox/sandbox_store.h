@@ -34,6 +34,10 @@ struct SandboxStoreOptions {
   /// per application under the library's data folder, `dataDirectory()/sandbox/<bundle id>`
   /// ("app" without a bundle identifier).
   std::filesystem::path stateDirectory;
+  /// How long `open` waits for another process that has the state folder open (each store
+  /// holds an advisory lock on "<stateDirectory>/.lock" while it lives) before it throws
+  /// `foundation::FileInUseError` naming that process.
+  std::chrono::milliseconds lockWait = std::chrono::seconds(10);
   /// Replaces the file's `_storefront` (three-letter code).
   std::optional<std::string> storefront;
   /// Replaces the file's `_locale` (`de_DE`, `ja`).

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -32,13 +33,21 @@ struct UserSettingsClient {
   std::function<std::optional<Bytes>(const std::string& key)> data;
   std::function<void(std::optional<Bytes> value, const std::string& key)> setData;
 
-  /// Over the application's standard defaults (`foundation::UserDefaults::standard()`),
-  /// the file store that survives restarts and crashes.
+  /// Over a file store of its own beside the application's standard defaults
+  /// (`userSettingsPath`), so it never shares storage with `foundation::UserDefaults::standard()`;
+  /// it survives restarts and crashes. Made on first use and kept until the process ends.
   static UserSettingsClient live();
   /// Over fresh storage of its own that lives as long as a copy of the client.
   static UserSettingsClient inMemory();
   /// Over the bytes values of the given defaults.
   static UserSettingsClient over(std::shared_ptr<foundation::UserDefaults> defaults);
 };
+
+/// The file of the live client's store in `directory`: the standard defaults file's name
+/// with ".user-settings.json" in place of ".defaults.json".
+///
+///     userSettingsPath("/d", "com.example.app")  ->  "/d/com.example.app.user-settings.json"
+std::filesystem::path userSettingsPath(const std::filesystem::path& directory,
+                                       std::optional<std::string> applicationIdentifier);
 
 }  // namespace velquist::usersettings

@@ -37,6 +37,8 @@ class ProductRequest final : public platform::SKProductsRequestDelegate {
 
 std::vector<platform::SKProduct> detail::requestProducts(const std::unordered_set<std::string>& identifiers,
                                                          std::stop_token stop) {
+  // Already stopped: the answer would be thrown away whatever it is, so the store is not asked.
+  if (stop.stop_requested()) throw support::CancellationError();
   Stream stream([&identifiers](Stream::Continuation continuation) {
     auto request = platform::SKProductsRequest::create(identifiers);
     auto delegate = std::make_shared<ProductRequest>(continuation);

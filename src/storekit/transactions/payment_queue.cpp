@@ -71,8 +71,44 @@ class PaymentTransactionObserver final : public platform::SKPaymentTransactionOb
   const Receive receive_;
 };
 
+std::unordered_set<std::string> identifiersIn(const std::optional<Bytes>& bytes) {
+  if (!bytes || !isValidUtf8(*bytes)) return {};
+  return splitOriginalTransactionIDs(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
+}
+
+// The stored set, read afresh every time but parsed again only when its bytes differ from
+// those of the last read or write. Used on one observation's serial scheduler only.
+class StoredIdentifiers {
+ public:
+  explicit StoredIdentifiers(usersettings::UserSettingsClient userSettings) : userSettings_(std::move(userSettings)) {}
+
+  const std::unordered_set<std::string>& read() {
+    auto bytes = userSettings_.data(std::string(originalTransactionIDsKey));
+    if (!known_ || bytes != bytes_) {
+      identifiers_ = identifiersIn(bytes);
+      bytes_ = std::move(bytes);
+      known_ = true;
+    }
+    return identifiers_;
+  }
+
+  void write(std::unordered_set<std::string> identifiers) {
+    const std::string text = joinOriginalTransactionIDs(identifiers);
+    bytes_ = Bytes(text.begin(), text.end());
+    userSettings_.setData(bytes_, std::string(originalTransactionIDsKey));
+    identifiers_ = std::move(identifiers);
+    known_ = true;
+  }
+
+ private:
+  const usersettings::UserSettingsClient userSettings_;
+  bool known_ = false;
+  std::optional<Bytes> bytes_;
+  std::unordered_set<std::string> identifiers_;
+};
+
 // Whether to keep one record, changing the stored set as the record requires.
-bool filter(const Transaction& record, const usersettings::UserSettingsClient& userSettings) {
+bool filter(const Transaction& record, StoredIdentifiers& stored) {
   if (!record.transaction) return true;
   const auto originalID = originalTransactionID(*record.transaction);
   if (record.transaction->transactionState() != platform::SKPaymentTransactionState::purchased) return true;
@@ -81,22 +117,22 @@ bool filter(const Transaction& record, const usersettings::UserSettingsClient& u
     log().info("filter transaction: start trial");
     if (!originalID) return true;
     // The first paid renewal after the trial then counts as a first purchase.
-    auto identifiers = originalTransactionIDs(userSettings);
+    auto identifiers = stored.read();
     identifiers.erase(*originalID);
-    setOriginalTransactionIDs(userSettings, identifiers);
+    stored.write(std::move(identifiers));
     return true;
   }
 
-  if (originalID && originalTransactionIDs(userSettings).contains(*originalID)) {
+  if (originalID && stored.read().contains(*originalID)) {
     log().infoDump("filter transaction", std::map<std::string, std::string>{{"result", "filtered"}, {"reason", "renewal"}});
     return false;
   }
   log().info("filter transaction: 1st purchase");
   const auto remembered = originalID ? originalID : record.transaction->transactionIdentifier();
   if (!remembered) return true;
-  auto identifiers = originalTransactionIDs(userSettings);
+  auto identifiers = stored.read();
   identifiers.insert(*remembered);
-  setOriginalTransactionIDs(userSettings, identifiers);
+  stored.write(std::move(identifiers));
   return true;
 }
 
@@ -122,7 +158,7 @@ support::DumpValue errorDump(const std::exception_ptr& error) {
 class Observation final : public std::enable_shared_from_this<Observation> {
  public:
   Observation(usersettings::UserSettingsClient userSettings, BatchStream::Continuation output)
-      : userSettings_(std::move(userSettings)), output_(std::move(output)) {}
+      : userSettings_(std::move(userSettings)), stored_(userSettings_), output_(std::move(output)) {}
 
   // Registers with the store; from then on every reported batch is handled.
   void begin() {
@@ -198,13 +234,14 @@ class Observation final : public std::enable_shared_from_this<Observation> {
     std::vector<Transaction> kept;
     for (const auto& transaction : batch) {
       auto record = makeTransaction(products, transaction);
-      if (filter(record, userSettings_)) kept.push_back(std::move(record));
+      if (filter(record, stored_)) kept.push_back(std::move(record));
     }
     output_.yield(std::move(kept));  // dropped when the consumer has gone
     handleNext();
   }
 
   const usersettings::UserSettingsClient userSettings_;
+  StoredIdentifiers stored_;  // only on the scheduler
   const BatchStream::Continuation output_;
   const support::QueueScheduler scheduler_{"velquist.store-kit.payment-queue"};
   std::shared_ptr<PaymentTransactionObserver> observer_;  // set once by begin
@@ -249,9 +286,7 @@ support::AsyncStream<Transactions> storeTransactionUpdates() {
 }
 
 std::unordered_set<std::string> originalTransactionIDs(const usersettings::UserSettingsClient& userSettings) {
-  const auto bytes = userSettings.data(std::string(originalTransactionIDsKey));
-  if (!bytes || !isValidUtf8(*bytes)) return {};
-  return splitOriginalTransactionIDs(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
+  return identifiersIn(userSettings.data(std::string(originalTransactionIDsKey)));
 }
 
 void setOriginalTransactionIDs(const usersettings::UserSettingsClient& userSettings,

@@ -1,6 +1,7 @@
 #include "velquist/storekit/transactions/transaction_queue.h"
 
 #include <algorithm>
+#include <mutex>
 #include <utility>
 
 #include "velquist/logging/logger.h"
@@ -44,17 +45,65 @@ std::unordered_set<std::string> splitOriginalTransactionIDs(std::string_view tex
   return identifiers;
 }
 
-TransactionQueueListenerState::TransactionQueueListenerState(std::shared_ptr<foundation::UserDefaults> userDefaults)
-    : userDefaults_(std::move(userDefaults)) {}
+// The set as last parsed, and the defaults' change count it was parsed at.
+struct TransactionQueueListenerState::Parsed {
+  std::mutex mutex;
+  std::optional<std::uint64_t> changeCount;
+  std::shared_ptr<const std::unordered_set<std::string>> identifiers;
+};
 
-std::unordered_set<std::string> TransactionQueueListenerState::originalTransactionIDs() const {
+TransactionQueueListenerState::TransactionQueueListenerState(std::shared_ptr<foundation::UserDefaults> userDefaults)
+    : userDefaults_(std::move(userDefaults)), parsed_(std::make_shared<Parsed>()) {}
+
+std::shared_ptr<const std::unordered_set<std::string>> TransactionQueueListenerState::current() const {
+  const std::uint64_t changeCount = userDefaults_->changeCount();
+  {
+    std::lock_guard lock(parsed_->mutex);
+    if (parsed_->changeCount == changeCount) return parsed_->identifiers;
+  }
   const auto text = userDefaults_->stringForKey(originalTransactionIDsKey);
-  if (!text) return {};
-  return splitOriginalTransactionIDs(*text);
+  auto identifiers = std::make_shared<const std::unordered_set<std::string>>(
+      text ? splitOriginalTransactionIDs(*text) : std::unordered_set<std::string>{});
+  std::lock_guard lock(parsed_->mutex);
+  parsed_->changeCount = changeCount;
+  parsed_->identifiers = identifiers;
+  return identifiers;
 }
 
+void TransactionQueueListenerState::store(std::shared_ptr<std::unordered_set<std::string>> identifiers) {
+  const std::uint64_t before = userDefaults_->changeCount();
+  userDefaults_->setString(joinOriginalTransactionIDs(*identifiers), originalTransactionIDsKey);
+  const std::uint64_t after = userDefaults_->changeCount();
+  std::lock_guard lock(parsed_->mutex);
+  // Kept only when no other change came between: the next question then needs no parse.
+  if (after == before + 1) {
+    parsed_->changeCount = after;
+    parsed_->identifiers = std::move(identifiers);
+  } else {
+    parsed_->changeCount.reset();
+  }
+}
+
+std::unordered_set<std::string> TransactionQueueListenerState::originalTransactionIDs() const { return *current(); }
+
 void TransactionQueueListenerState::setOriginalTransactionIDs(const std::unordered_set<std::string>& identifiers) {
-  userDefaults_->setString(joinOriginalTransactionIDs(identifiers), originalTransactionIDsKey);
+  store(std::make_shared<std::unordered_set<std::string>>(identifiers));
+}
+
+bool TransactionQueueListenerState::containsOriginalTransactionID(const std::string& identifier) const {
+  return current()->contains(identifier);
+}
+
+void TransactionQueueListenerState::insertOriginalTransactionID(const std::string& identifier) {
+  auto identifiers = std::make_shared<std::unordered_set<std::string>>(*current());
+  identifiers->insert(identifier);
+  store(std::move(identifiers));
+}
+
+void TransactionQueueListenerState::eraseOriginalTransactionID(const std::string& identifier) {
+  auto identifiers = std::make_shared<std::unordered_set<std::string>>(*current());
+  identifiers->erase(identifier);
+  store(std::move(identifiers));
 }
 
 const std::shared_ptr<TransactionQueue>& TransactionQueue::live() {
@@ -167,15 +216,13 @@ std::optional<Transaction> TransactionQueue::handle(Transaction record) {
     log().info("handle transaction: start trial");
     if (!originalID) return record;
     // The first paid renewal after the trial then counts as a first purchase.
-    auto identifiers = state_.originalTransactionIDs();
-    identifiers.erase(*originalID);
-    state_.setOriginalTransactionIDs(identifiers);
+    state_.eraseOriginalTransactionID(*originalID);
     return record;
   }
 
   std::optional<std::string> remembered;
   if (originalID) {
-    if (state_.originalTransactionIDs().contains(*originalID)) {
+    if (state_.containsOriginalTransactionID(*originalID)) {
       log().info("handle transaction: skip, reason: renewal");
       return std::nullopt;
     }
@@ -186,9 +233,7 @@ std::optional<Transaction> TransactionQueue::handle(Transaction record) {
     remembered = record.transaction->transactionIdentifier();
     if (!remembered) return record;
   }
-  auto identifiers = state_.originalTransactionIDs();
-  identifiers.insert(*remembered);
-  state_.setOriginalTransactionIDs(identifiers);
+  state_.insertOriginalTransactionID(*remembered);
   return record;
 }
 

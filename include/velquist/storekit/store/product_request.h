@@ -40,7 +40,8 @@ ProductsProducer productsProducer(std::unordered_set<std::string> identifiers);
 ///
 /// Throws the store's error (`platform::SKError`) unchanged when the request fails, and
 /// `support::CancellationError` when `stop` fires before the answer (the store's request
-/// is then cancelled) or the request ends without an answer.
+/// is then cancelled) or the request ends without an answer. A `stop` that has already
+/// fired fails at once, every time, without asking the store.
 ///
 /// Thread-safety: may be called from any thread, concurrently; it blocks the calling thread
 /// (no other thread waits on its behalf) and holds no lock while waiting.

@@ -50,9 +50,14 @@ class TransactionQueueListener {
 ///
 ///     TransactionQueueListenerState state(std::make_shared<foundation::InMemoryUserDefaults>());
 ///     state.setOriginalTransactionIDs({"T1", "T2"});  // stores "T1,T2" or "T2,T1"
+///     state.containsOriginalTransactionID("T1");      // true
 ///
-/// Thread-safety: as safe as the defaults (the library's are); a read-change-write sequence
-/// is not atomic.
+/// Every question reads the stored value afresh, so a change made meanwhile through the
+/// defaults is seen; the parsed set is kept between questions and made again only when the
+/// defaults' `changeCount` has moved, so asking costs the same however large the set is.
+///
+/// Thread-safety: as safe as the defaults (the library's are), and copies may be used from
+/// any thread; a read-change-write sequence is not atomic.
 class TransactionQueueListenerState {
  public:
   explicit TransactionQueueListenerState(std::shared_ptr<foundation::UserDefaults> userDefaults);
@@ -60,8 +65,19 @@ class TransactionQueueListenerState {
   std::unordered_set<std::string> originalTransactionIDs() const;
   void setOriginalTransactionIDs(const std::unordered_set<std::string>& identifiers);
 
+  /// Whether the stored set holds `identifier`.
+  bool containsOriginalTransactionID(const std::string& identifier) const;
+  /// Writes the stored set with `identifier` added, or removed.
+  void insertOriginalTransactionID(const std::string& identifier);
+  void eraseOriginalTransactionID(const std::string& identifier);
+
  private:
+  struct Parsed;
+  std::shared_ptr<const std::unordered_set<std::string>> current() const;
+  void store(std::shared_ptr<std::unordered_set<std::string>> identifiers);
+
   std::shared_ptr<foundation::UserDefaults> userDefaults_;
+  std::shared_ptr<Parsed> parsed_;
 };
 
 /// Follows purchases for listeners. While it has at least one listener it observes the
