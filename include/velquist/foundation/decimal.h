@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -7,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 __extension__ typedef unsigned __int128 UInt128;
@@ -121,3 +123,4 @@ template <>
 struct std::hash<velquist::foundation::Decimal> {
   std::size_t operator()(const velquist::foundation::Decimal& value) const { return value.hashValue(); }
 };
+VELQUIST_API_END

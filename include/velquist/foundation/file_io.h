@@ -1,10 +1,12 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 /// Where the library keeps its files on this machine: `$VELQUIST_HOME` when set and not
@@ -33,3 +35,4 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view con
 std::optional<std::string> readFileIfPresent(const std::filesystem::path& path);
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -8,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 /// A small persistent store of settings by key, each value either text or bytes. Asking
@@ -109,3 +111,4 @@ class FileUserDefaults final : public UserDefaults {
 };
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

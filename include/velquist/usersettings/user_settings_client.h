@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -9,6 +10,7 @@
 
 #include "velquist/foundation/user_defaults.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::usersettings {
 
 /// The application's settings as a record of two operations on bytes by key, so that a
@@ -42,3 +44,4 @@ struct UserSettingsClient {
 };
 
 }  // namespace velquist::usersettings
+VELQUIST_API_END
