@@ -55,6 +55,11 @@ function(velquist_module name)
       SOVERSION ${PROJECT_VERSION_MAJOR}
       # Installed next to each other: each finds the others where it lies.
       INSTALL_RPATH "$ORIGIN")
+    if(BUILD_SHARED_LIBS AND NOT VELQUIST_SANITIZE)
+      # A symbol the library needs from another but that one does not export fails here,
+      # not in the first program that links both.
+      target_link_options(velquist_${name} PRIVATE -Wl,--no-undefined)
+    endif()
   endif()
   set_target_properties(velquist_${name} PROPERTIES EXPORT_NAME ${name})
   add_library(velquist::${name} ALIAS velquist_${name})

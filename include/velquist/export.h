@@ -18,7 +18,10 @@
 // as does everything the sources instantiate from nlohmann-json or wrap around ICU.
 // Includes stay outside the pair so that third-party headers keep their own visibility.
 //
-// VELQUIST_EXPORT marks one declaration; the C interface (velquist.h) uses it.
+// VELQUIST_EXPORT marks one declaration; the C interface (velquist.h) uses it. A friend
+// function that is declared only inside its class and defined in a source needs it on the
+// friend declaration (`friend VELQUIST_EXPORT Decimal operator+(...);`): GCC takes such a
+// function's visibility from its definition otherwise.
 //
 // Works with GCC and clang on ELF platforms; elsewhere the macros are empty.
 

@@ -78,7 +78,7 @@ VELQUIST_EXPORT int velquist_convert_price(const char *amount, const char *from_
  * text and the percentage written in the locale (NULL: the current locale).
  *     velquist_discount("39.99", "P1Y", "4.99", "P1W", "en_US", &fraction, &percent)
  *         ->  fraction "0.85", percent "85%"
- * Either out parameter may be NULL when not wanted. Thread-safe (serialized). */
+ * Either out parameter may be NULL when not wanted. Thread-safe. */
 VELQUIST_EXPORT int velquist_discount(const char *amount, const char *period, const char *other_amount,
                                       const char *other_period, const char *locale_id, char **out_fraction,
                                       char **out_percent_text);
@@ -113,8 +113,9 @@ typedef struct velquist_sandbox velquist_sandbox;
 VELQUIST_EXPORT int velquist_sandbox_open(const char *storekit_path, const char *state_dir,
                                           velquist_sandbox **out);
 
-/* Ends the sandbox's observations, lets the store finish its work and closes it. NULL is
- * ignored. The handle is invalid afterwards. */
+/* Stops the sandbox's observations (each is still released with velquist_observation_end),
+ * lets the store finish its work and closes it. NULL is ignored. The handle is invalid
+ * afterwards. */
 VELQUIST_EXPORT void velquist_sandbox_close(velquist_sandbox *sandbox);
 
 /* The products the store sells among product_ids (count identifiers; NULL with a count of
@@ -137,8 +138,10 @@ VELQUIST_EXPORT int velquist_paywall_json(velquist_sandbox *sandbox, const char 
 
 /* --- Transactions ------------------------------------------------------------------ */
 
-/* Receives each batch of transactions a mechanism delivers, as a JSON array; batch_json is
- * only valid during the call.
+/* Receives each non-empty batch of transactions a mechanism delivers, as a JSON array;
+ * batch_json is only valid during the call. The store waits (up to five seconds) until
+ * every mechanism has handled a batch before it reports the next, so each transaction is
+ * seen in the state it was reported in.
  *     [{"id":"1","productID":"com.example.weekly","state":"purchased",
  *       "originalID":null,"isStartTrial":true}] */
 typedef void (*velquist_transactions_callback)(const char *batch_json, void *context);
@@ -157,7 +160,9 @@ VELQUIST_EXPORT int velquist_follow_transactions(velquist_sandbox *sandbox, cons
  * timeout_ms milliseconds have passed (VELQUIST_ERROR_STATE then). */
 VELQUIST_EXPORT int velquist_observation_wait(velquist_observation *observation, size_t batches, int timeout_ms);
 
-/* Stops the following; no callback runs after it returns. NULL is ignored. */
+/* Stops the following (no callback runs after it returns) and releases it. NULL is
+ * ignored. Must not be called from the observation's own callback, nor at the same time as
+ * velquist_sandbox_close from another thread. */
 VELQUIST_EXPORT void velquist_observation_end(velquist_observation *observation);
 
 /* Buys a product, with a promotional offer when offer_id is not NULL. The outcome comes

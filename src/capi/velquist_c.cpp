@@ -27,6 +27,7 @@
 #include "velquist/foundation/decimal.h"
 #include "velquist/foundation/json.h"
 #include "velquist/foundation/locale.h"
+#include "velquist/foundation/number_formatter.h"
 #include "velquist/foundation/rounding_rule.h"
 #include "velquist/platform/sk_error.h"
 #include "velquist/platform/sk_payment_queue.h"
@@ -207,73 +208,137 @@ std::string batchJson(const std::vector<velquist::storekit::Transaction>& batch)
   return velquist::foundation::toJsonText(JsonValue(std::move(records)));
 }
 
-// Keeps every transaction the store reports, so that the host can finish them by
-// identifier.
-class Watcher final : public velquist::platform::SKPaymentTransactionObserver {
- public:
-  void updatedTransactions(velquist::platform::SKPaymentQueue&,
-                           const velquist::platform::SKPaymentQueue::Transactions& transactions) override {
-    std::lock_guard lock(mutex_);
-    seen_.insert(seen_.end(), transactions.begin(), transactions.end());
-  }
-  velquist::platform::SKPaymentQueue::Transactions seen() {
-    std::lock_guard lock(mutex_);
-    return seen_;
-  }
-
- private:
-  std::mutex mutex_;
-  velquist::platform::SKPaymentQueue::Transactions seen_;
-};
-
-// Hands each batch to the host's callback and counts them for velquist_observation_wait.
+// Hands each batch a mechanism delivers to the host's callback (empty ones are counted but
+// not handed on) and counts them, for velquist_observation_wait and for the gate.
 class Delivery {
  public:
-  Delivery(velquist_transactions_callback callback, void* context) : callback_(callback), context_(context) {}
+  Delivery(velquist_transactions_callback callback, void* context, std::size_t reportsBefore)
+      : callback_(callback), context_(context), reportsBefore_(reportsBefore) {}
 
   void deliver(const std::vector<velquist::storekit::Transaction>& batch) {
     {
-      std::unique_lock lock(mutex_);
+      std::lock_guard lock(mutex_);
       if (ended_) return;
       ++running_;
     }
-    const std::string json = batchJson(batch);
-    callback_(json.c_str(), context_);
+    if (!batch.empty()) {
+      const std::string json = batchJson(batch);
+      callback_(json.c_str(), context_);
+    }
     std::lock_guard lock(mutex_);
     --running_;
-    ++delivered_;
+    ++handled_;
+    if (!batch.empty()) ++delivered_;
     changed_.notify_all();
   }
-  bool waitFor(std::size_t batches, std::chrono::milliseconds timeout) {
+  bool waitForDelivered(std::size_t batches, std::chrono::milliseconds timeout) {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, timeout, [&] { return delivered_ >= batches; });
+  }
+  // Until the mechanism has handled every batch the store reported so far (`reports` in
+  // all), the observation ends, or the time is up.
+  void waitForReports(std::size_t reports, std::chrono::milliseconds timeout) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, timeout, [&] { return ended_ || reportsBefore_ + handled_ >= reports; });
   }
   // No callback starts after this returns, and none is still running.
   void end() {
     std::unique_lock lock(mutex_);
     ended_ = true;
+    changed_.notify_all();
     changed_.wait(lock, [&] { return running_ == 0; });
   }
 
  private:
-  velquist_transactions_callback callback_;
-  void* context_;
+  const velquist_transactions_callback callback_;
+  void* const context_;
+  const std::size_t reportsBefore_;
   std::mutex mutex_;
   std::condition_variable changed_;
+  std::size_t handled_ = 0;
   std::size_t delivered_ = 0;
   std::size_t running_ = 0;
   bool ended_ = false;
 };
 
-class CallbackListener final : public velquist::storekit::TransactionQueueListener {
+// What the sandbox's observers share: the transactions the store reported (so that the
+// host can finish them by identifier), how many reports there were, and the deliveries of
+// the observations following them.
+class Followers {
  public:
-  explicit CallbackListener(Delivery& delivery) : delivery_(delivery) {}
-  void updated(const std::vector<velquist::storekit::Transaction>& transactions) override {
-    delivery_.deliver(transactions);
+  void reported(const velquist::platform::SKPaymentQueue::Transactions& transactions) {
+    std::lock_guard lock(mutex_);
+    seen_.insert(seen_.end(), transactions.begin(), transactions.end());
+    ++reports_;
+  }
+  velquist::platform::SKPaymentQueue::Transactions seen() {
+    std::lock_guard lock(mutex_);
+    return seen_;
+  }
+  std::size_t reports() {
+    std::lock_guard lock(mutex_);
+    return reports_;
+  }
+  std::shared_ptr<Delivery> add(velquist_transactions_callback callback, void* context) {
+    std::lock_guard lock(mutex_);
+    deliveries_.push_back(std::make_shared<Delivery>(callback, context, reports_));
+    return deliveries_.back();
+  }
+  void remove(const std::shared_ptr<Delivery>& delivery) {
+    std::lock_guard lock(mutex_);
+    std::erase(deliveries_, delivery);
+  }
+  std::vector<std::shared_ptr<Delivery>> deliveries() {
+    std::lock_guard lock(mutex_);
+    return deliveries_;
   }
 
  private:
-  Delivery& delivery_;
+  std::mutex mutex_;
+  velquist::platform::SKPaymentQueue::Transactions seen_;
+  std::size_t reports_ = 0;
+  std::vector<std::shared_ptr<Delivery>> deliveries_;
+};
+
+// Registered before any mechanism: records each report.
+class Watcher final : public velquist::platform::SKPaymentTransactionObserver {
+ public:
+  explicit Watcher(std::shared_ptr<Followers> followers) : followers_(std::move(followers)) {}
+  void updatedTransactions(velquist::platform::SKPaymentQueue&,
+                           const velquist::platform::SKPaymentQueue::Transactions& transactions) override {
+    followers_->reported(transactions);
+  }
+
+ private:
+  const std::shared_ptr<Followers> followers_;
+};
+
+// Registered after every mechanism: holds the store's report queue until each mechanism
+// has handled the batch, so that a mechanism sees every transaction in the state it was
+// reported in (not, say, a purchase twice as purchased). A mechanism that hands nothing on
+// within five seconds is not waited for any longer.
+class Gate final : public velquist::platform::SKPaymentTransactionObserver {
+ public:
+  explicit Gate(std::shared_ptr<Followers> followers) : followers_(std::move(followers)) {}
+  void updatedTransactions(velquist::platform::SKPaymentQueue&,
+                           const velquist::platform::SKPaymentQueue::Transactions&) override {
+    const std::size_t reports = followers_->reports();
+    for (const auto& delivery : followers_->deliveries()) delivery->waitForReports(reports, std::chrono::seconds(5));
+  }
+
+ private:
+  const std::shared_ptr<Followers> followers_;
+};
+
+class CallbackListener final : public velquist::storekit::TransactionQueueListener {
+ public:
+  explicit CallbackListener(std::shared_ptr<Delivery> delivery) : delivery_(std::move(delivery)) {}
+  void updated(const std::vector<velquist::storekit::Transaction>& transactions) override {
+    delivery_->deliver(transactions);
+  }
+
+ private:
+  const std::shared_ptr<Delivery> delivery_;
 };
 
 // The open sandbox; one at a time.
@@ -283,25 +348,33 @@ velquist_sandbox* openSandbox = nullptr;
 }  // namespace
 
 struct velquist_observation {
-  velquist_sandbox* sandbox = nullptr;
-  Delivery delivery;
+  std::shared_ptr<Followers> followers;
+  std::shared_ptr<Delivery> delivery;
   std::shared_ptr<CallbackListener> listener;  // the listener mechanism
   std::jthread reader;                         // the stream mechanism
+  bool stopped = false;
 
-  velquist_observation(velquist_transactions_callback callback, void* context) : delivery(callback, context) {}
-  void end() {
-    delivery.end();
+  // Ends the following; no callback runs after it returns. Done once, by
+  // velquist_sandbox_close or velquist_observation_end, whichever comes first.
+  void stop() {
+    if (stopped) return;
+    stopped = true;
+    followers->remove(delivery);
+    delivery->end();
     if (listener) velquist::storekit::TransactionQueue::live()->remove(listener);
     if (reader.joinable()) {
       reader.request_stop();
       reader.join();
     }
   }
+  ~velquist_observation() { stop(); }
 };
 
 struct velquist_sandbox {
   std::shared_ptr<velquist::sandbox::SandboxStore> store;
-  std::shared_ptr<Watcher> watcher = std::make_shared<Watcher>();
+  std::shared_ptr<Followers> followers = std::make_shared<Followers>();
+  std::shared_ptr<Watcher> watcher = std::make_shared<Watcher>(followers);
+  std::shared_ptr<Gate> gate = std::make_shared<Gate>(followers);
   std::optional<std::filesystem::path> scratch;  // removed on close
   Locale language;
   std::mutex mutex;
@@ -364,7 +437,17 @@ int velquist_discount(const char* amount, const char* period, const char* other_
     const Product second = planNamed(other_amount, other_period, "other_amount", "other_period");
     const auto locale = optionalLocale(locale_id, "locale_id");
     const auto fraction = first.discount(second);
-    const auto percent = inLocale(locale, [&] { return first.displayDiscount(second); });
+    // The library's shared percent formatter keeps the locale it was made in; a locale asked
+    // for by name gets a formatter of its own.
+    std::optional<std::string> percent;
+    if (locale && fraction) {
+      velquist::foundation::NumberFormatter formatter;
+      formatter.setNumberStyle(velquist::foundation::NumberFormatter::Style::percent);
+      formatter.setLocale(*locale);
+      percent = formatter.string(*fraction);
+    } else {
+      percent = first.displayDiscount(second);
+    }
     if (!fraction || !percent) throw Failure(VELQUIST_ERROR_INVALID_ARGUMENT, "these plans have no discount");
     char* fractionText = out_fraction ? handOut(fraction->description()) : nullptr;
     try {
@@ -440,11 +523,9 @@ void velquist_sandbox_close(velquist_sandbox* sandbox) {
       std::lock_guard lock(sandbox->mutex);
       observations.swap(sandbox->observations);
     }
-    for (auto* observation : observations) {
-      observation->end();
-      observation->sandbox = nullptr;
-    }
+    for (auto* observation : observations) observation->stop();
     sandbox->store->waitUntilIdle();
+    velquist::platform::SKPaymentQueue::defaultQueue().removeTransactionObserver(sandbox->gate);
     velquist::platform::SKPaymentQueue::defaultQueue().removeTransactionObserver(sandbox->watcher);
     {
       std::lock_guard lock(sandboxMutex);
@@ -518,18 +599,23 @@ int velquist_follow_transactions(velquist_sandbox* sandbox, const char* mechanis
     const std::string_view name = required(mechanism, "mechanism");
     if (!callback) refuse("callback is NULL");
     if (name != "listener" && name != "stream") refuse("unknown mechanism '" + std::string(name) + "' (listener or stream)");
-    auto observation = std::make_unique<velquist_observation>(callback, context);
-    observation->sandbox = sandbox;
+    auto observation = std::make_unique<velquist_observation>();
+    observation->followers = open.followers;
+    observation->delivery = open.followers->add(callback, context);
     if (name == "listener") {
       observation->listener = std::make_shared<CallbackListener>(observation->delivery);
       velquist::storekit::TransactionQueue::live()->add(observation->listener);
     } else {
       auto updates = velquist::storekit::PaymentQueue(velquist::usersettings::UserSettingsClient::live()).updates();
-      observation->reader = std::jthread(
-          [&delivery = observation->delivery, updates = std::move(updates)](std::stop_token stop) mutable {
-            while (auto batch = updates.next(stop)) delivery.deliver(*batch);
-          });
+      observation->reader = std::jthread([delivery = observation->delivery, updates = std::move(updates)](
+                                             std::stop_token stop) mutable {
+        while (auto batch = updates.next(stop)) delivery->deliver(*batch);
+      });
     }
+    // The gate goes last again, behind the mechanism just added.
+    auto& queue = velquist::platform::SKPaymentQueue::defaultQueue();
+    queue.removeTransactionObserver(open.gate);
+    queue.addTransactionObserver(open.gate);
     std::lock_guard lock(open.mutex);
     open.observations.push_back(observation.get());
     *out = observation.release();
@@ -540,7 +626,7 @@ int velquist_observation_wait(velquist_observation* observation, size_t batches,
   return guarded("velquist_observation_wait", [&] {
     if (!observation) refuse("observation is NULL");
     if (timeout_ms < 0) refuse("timeout_ms is negative");
-    if (!observation->delivery.waitFor(batches, std::chrono::milliseconds(timeout_ms))) {
+    if (!observation->delivery->waitForDelivered(batches, std::chrono::milliseconds(timeout_ms))) {
       throw Failure(VELQUIST_ERROR_STATE, "fewer than " + std::to_string(batches) + " batches within " +
                                               std::to_string(timeout_ms) + " ms");
     }
@@ -550,11 +636,13 @@ int velquist_observation_wait(velquist_observation* observation, size_t batches,
 void velquist_observation_end(velquist_observation* observation) {
   if (!observation) return;
   try {
-    if (velquist_sandbox* sandbox = observation->sandbox) {
-      std::lock_guard lock(sandbox->mutex);
-      std::erase(sandbox->observations, observation);
+    {
+      std::lock_guard lock(sandboxMutex);
+      if (openSandbox) {
+        std::lock_guard observationsLock(openSandbox->mutex);
+        std::erase(openSandbox->observations, observation);
+      }
     }
-    observation->end();
     delete observation;
   } catch (...) {
     // Ending cannot report; the observation stays with the process.
@@ -579,7 +667,7 @@ int velquist_finish(velquist_sandbox* sandbox, const char* transaction_id) {
   return guarded("velquist_finish", [&] {
     velquist_sandbox& open = requiredSandbox(sandbox);
     bool found = false;
-    for (const auto& transaction : open.watcher->seen()) {
+    for (const auto& transaction : open.followers->seen()) {
       const auto identifier = transaction->progress().transactionIdentifier;
       if (transaction_id && identifier != std::optional<std::string>(transaction_id)) continue;
       velquist::platform::SKPaymentQueue::defaultQueue().finishTransaction(transaction);

@@ -92,20 +92,20 @@ class Decimal {
 
   // The operators follow the platform: `+` and `*` truncate results wider than 128 bits, `/`
   // truncates, and any NaN operand, overflow or division by zero gives NaN.
-  friend Decimal operator+(const Decimal& lhs, const Decimal& rhs);
-  friend Decimal operator-(const Decimal& lhs, const Decimal& rhs);
-  friend Decimal operator*(const Decimal& lhs, const Decimal& rhs);
-  friend Decimal operator/(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT Decimal operator+(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT Decimal operator-(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT Decimal operator*(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT Decimal operator/(const Decimal& lhs, const Decimal& rhs);
   Decimal operator-() const;
   Decimal& operator+=(const Decimal& rhs) { return *this = *this + rhs; }
   Decimal& operator-=(const Decimal& rhs) { return *this = *this - rhs; }
   Decimal& operator*=(const Decimal& rhs) { return *this = *this * rhs; }
   Decimal& operator/=(const Decimal& rhs) { return *this = *this / rhs; }
 
-  friend bool operator==(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT bool operator==(const Decimal& lhs, const Decimal& rhs);
   /// Numeric order with NaN below everything. Weak, not strong: 1.5 and 1.50 are equivalent
   /// but print differently.
-  friend std::weak_ordering operator<=>(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT std::weak_ordering operator<=>(const Decimal& lhs, const Decimal& rhs);
 
   /// A hash that agrees with numeric equality.
   std::size_t hashValue() const;
