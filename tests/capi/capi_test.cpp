@@ -143,6 +143,26 @@ TEST(CInterface, BadInputIsRefusedWithAMessage) {
   velquist_observation_end(nullptr);
 }
 
+// Odd texts where numbers, periods and locales go are answered, never crash: either a
+// result or a refusal with a message.
+TEST(CInterface, OddTextsAreAnsweredOrRefused) {
+  const char* texts[] = {"1e400", "-1e-400", "-", ".", "1e", "+", "0x10", "\xef\xbc\x91", "1..2", "99999999999999999999999999999999999999999",
+                         "P", "P-1W", "P1", "PT1H", "P1Y1M", "en_US@currency=", "@", "_", "en__US", "\xff\xfe"};
+  for (const char* text : texts) {
+    char* out = nullptr;
+    const int results[] = {
+        velquist_display_price(text, "en_US", nullptr, &out),
+        (velquist_string_free(out), out = nullptr, velquist_display_price("1", text, nullptr, &out)),
+        (velquist_string_free(out), out = nullptr, velquist_convert_price("1", text, "P1Y", &out)),
+        (velquist_string_free(out), out = nullptr, velquist_period_text(text, nullptr, nullptr, &out)),
+    };
+    velquist_string_free(out);
+    for (const int status : results) {
+      EXPECT_TRUE(status == VELQUIST_OK || status == VELQUIST_ERROR_INVALID_ARGUMENT) << text << ": " << status;
+    }
+  }
+}
+
 TEST(CInterface, LastErrorBelongsToTheThread) {
   char* text = nullptr;
   ASSERT_NE(velquist_display_price("x", "en_US", nullptr, &text), VELQUIST_OK);
