@@ -20,10 +20,10 @@
  * failure nothing is handed out and the out parameter is set to NULL. Strings passed in
  * are only read during the call.
  *
- * Threads: the formatting functions may be called from any thread at any time. Those that
- * take a locale for words or percentages (period text, discount) make it the process's
- * current locale for the length of the call; these calls are serialized against each
- * other. One sandbox may be open at a time: it is the process's store while it is open.
+ * Threads: every function may be called from any thread at any time. Those whose words
+ * follow a locale (a period text in a named locale, the sandbox's products and paywall in
+ * the file's locale) make it the process's current locale for the length of the call;
+ * these calls are serialized against each other. One sandbox may be open at a time: it is the process's store while it is open.
  * Its functions may be called from any thread. Transaction callbacks run on a thread of
  * the library's, one batch at a time, never while a velquist_* call of the host is
  * waiting on them; a callback must not end its own observation.
@@ -59,8 +59,8 @@ VELQUIST_EXPORT void velquist_string_free(char *text);
 /* A price as currency text in a locale, rounded to the currency's digits by a rounding
  * rule: "toNearestOrAwayFromZero", "toNearestOrEven", "up", "down" (also when NULL),
  * "towardZero" or "awayFromZero".
- *     velquist_display_price("1234.567", "en_US", "down", &text)  ->  "$1,234.56"
- *     velquist_display_price("9.99", "de_DE", NULL, &text)        ->  "9,99 €"
+ *     velquist_display_price("1234.567", "en_US", "down", &text)  ->  "$1234.56"
+ *     velquist_display_price("9.99", "de_DE", NULL, &text)        ->  "9,99 €" (U+00A0 before €)
  * The amount is decimal text ("1234.567", "-3", "1e2"). Thread-safe. */
 VELQUIST_EXPORT int velquist_display_price(const char *amount, const char *locale_id, const char *rounding_rule,
                                            char **out_text);
@@ -99,7 +99,7 @@ typedef struct velquist_period_format_options {
  *     velquist_period_text("P3M", "en_US", NULL, &text)                        ->  "3 months"
  *     velquist_period_text("P1Y", "en_US", &(velquist_period_format_options){
  *         .unit_style = "shortened", .units_expanded = "year"}, &text)         ->  "12 mo"
- * Thread-safe (serialized). */
+ * Thread-safe (serialized with the other calls that set the locale). */
 VELQUIST_EXPORT int velquist_period_text(const char *period, const char *locale_id,
                                          const velquist_period_format_options *options, char **out_text);
 
@@ -107,7 +107,8 @@ VELQUIST_EXPORT int velquist_period_text(const char *period, const char *locale_
 
 /* The local store over a StoreKit configuration file (.storekit), with its ledger kept in
  * state_dir (created when missing; NULL: a folder of its own, removed on close). Only one
- * sandbox may be open at a time; it is the store of every request until it is closed. */
+ * sandbox may be open at a time; it is the store of every request until it is closed.
+ * The functions taking a sandbox may be called from any thread. */
 typedef struct velquist_sandbox velquist_sandbox;
 
 VELQUIST_EXPORT int velquist_sandbox_open(const char *storekit_path, const char *state_dir,
@@ -115,7 +116,7 @@ VELQUIST_EXPORT int velquist_sandbox_open(const char *storekit_path, const char 
 
 /* Stops the sandbox's observations (each is still released with velquist_observation_end),
  * lets the store finish its work and closes it. NULL is ignored. The handle is invalid
- * afterwards. */
+ * afterwards; no other call on the same sandbox may run at the same time as this one. */
 VELQUIST_EXPORT void velquist_sandbox_close(velquist_sandbox *sandbox);
 
 /* The products the store sells among product_ids (count identifiers; NULL with a count of

@@ -139,8 +139,8 @@ Locale localeNamed(const char* text, const char* name) {
   return locale;
 }
 
-// Calls that choose words or percentages by the current locale make theirs current for
-// the call, one at a time, and put the previous one back.
+// Calls whose words follow the current locale (period texts, the sandbox's products and
+// paywall) make theirs current for the call, one at a time, and put the previous one back.
 std::mutex localeMutex;
 
 template <class Body>
