@@ -151,8 +151,9 @@ typedef void (*velquist_transactions_callback)(const char *batch_json, void *con
 typedef struct velquist_observation velquist_observation;
 
 /* Follows the transactions with the listener-based transaction queue ("listener") or the
- * stream-based payment queue ("stream"); both deliver the purchased, restored and failed
- * transactions and tell a first purchase that starts a trial. */
+ * stream-based payment queue ("stream"). Each batch holds what that mechanism hands a C++
+ * listener or stream (the listener also hands on purchases still in progress), each
+ * record telling whether it starts a free trial. */
 VELQUIST_EXPORT int velquist_follow_transactions(velquist_sandbox *sandbox, const char *mechanism,
                                                  velquist_transactions_callback callback, void *context,
                                                  velquist_observation **out);
@@ -170,8 +171,8 @@ VELQUIST_EXPORT void velquist_observation_end(velquist_observation *observation)
  * through the observations. */
 VELQUIST_EXPORT int velquist_buy(velquist_sandbox *sandbox, const char *product_id, const char *offer_id);
 
-/* Finishes the transaction with that identifier, or every unfinished one seen so far when
- * transaction_id is NULL. */
+/* Finishes the transaction with that identifier, or every transaction the store has
+ * reported since the sandbox was opened when transaction_id is NULL. */
 VELQUIST_EXPORT int velquist_finish(velquist_sandbox *sandbox, const char *transaction_id);
 
 /* Restores the completed transactions; they come through the observations. */
