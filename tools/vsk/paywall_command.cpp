@@ -11,12 +11,12 @@
 #include "velquist/storekit/formatting/offer_format_style.h"
 #include "velquist/storekit/formatting/price_format_style.h"
 #include "velquist/storekit/paywall/paywall.h"
+#include "velquist/storekit/paywall/paywall_json.h"
 #include "velquist/storekit/paywall/paywall_loader.h"
 
 namespace velquist::vsk {
 namespace {
 
-using foundation::JsonValue;
 using storekit::Paywall;
 using storekit::Product;
 
@@ -32,15 +32,6 @@ constexpr Role roles[] = {
     {"comparing", &Paywall::productComparingID},     {"secondary", &Paywall::productSecondaryID},
     {"full price", &Paywall::productFullPriceID},    {"pay up front", &Paywall::productPayUpFrontID},
 };
-
-/// The roles whose identifier is the product's.
-std::vector<std::string> rolesOf(const Paywall& paywall, const Product& product) {
-  std::vector<std::string> names;
-  for (const Role& role : roles) {
-    if ((paywall.*role.id)() == product.id) names.emplace_back(role.name);
-  }
-  return names;
-}
 
 /// What a screen shows for one product.
 struct ProductLines {
@@ -88,7 +79,7 @@ void printText(std::ostream& out, const Paywall& paywall, const storekit::Loaded
   const auto comparing = paywall.productComparing();
   for (const Product& product : paywall.products()) {
     const ProductLines lines = linesFor(product, comparing);
-    const auto productRoles = rolesOf(paywall, product);
+    const auto productRoles = storekit::paywallRoles(paywall, product);
     out << "\n" << product.id.rawValue;
     if (!productRoles.empty()) out << "  [" << joined(productRoles) << "]";
     out << "\n  title: " << product.displayName << "\n  price: " << lines.price << "\n  per week: " << lines.pricePerWeek
@@ -98,40 +89,8 @@ void printText(std::ostream& out, const Paywall& paywall, const storekit::Loaded
   }
 }
 
-JsonValue optionalText(const std::optional<std::string>& text) { return text ? JsonValue(*text) : JsonValue(); }
-
 void printJson(std::ostream& out, const Paywall& paywall, const storekit::LoadedPaywall& loaded) {
-  JsonValue::Object roleIDs;
-  for (const Role& role : roles) {
-    if (const auto& id = (paywall.*role.id)()) roleIDs.emplace_back(std::string(role.name), JsonValue(id->rawValue));
-  }
-  const auto comparing = paywall.productComparing();
-  JsonValue::Array products;
-  for (const Product& product : paywall.products()) {
-    const ProductLines lines = linesFor(product, comparing);
-    JsonValue::Array productRoles;
-    for (auto& role : rolesOf(paywall, product)) productRoles.emplace_back(std::move(role));
-    products.emplace_back(JsonValue::Object{
-        {"id", JsonValue(product.id.rawValue)},
-        {"title", JsonValue(product.displayName)},
-        {"roles", JsonValue(std::move(productRoles))},
-        {"price", JsonValue(lines.price)},
-        {"pricePerWeek", JsonValue(lines.pricePerWeek)},
-        {"freeTrial", lines.freeTrial.empty() ? JsonValue() : JsonValue(lines.freeTrial)},
-        {"discount", optionalText(lines.discount)},
-    });
-  }
-  JsonValue::Array missing;
-  for (const auto& identifier : loaded.missingProductIdentifiers) missing.emplace_back(identifier);
-  const JsonValue document(JsonValue::Object{
-      {"id", JsonValue(paywall.id().rawValue)},
-      {"variantID", optionalText(paywall.variantID() ? std::optional(paywall.variantID()->rawValue) : std::nullopt)},
-      {"filterPayUpFrontProduct", JsonValue(paywall.filterPayUpFrontProduct())},
-      {"roles", JsonValue(std::move(roleIDs))},
-      {"products", JsonValue(std::move(products))},
-      {"missingProducts", JsonValue(std::move(missing))},
-  });
-  out << foundation::toJsonText(document, {.prettyPrinted = true}) << "\n";
+  out << foundation::toJsonText(storekit::paywallJson(paywall, loaded), {.prettyPrinted = true}) << "\n";
 }
 
 }  // namespace

@@ -8,12 +8,12 @@
 #include "velquist/storekit/formatting/period_format_style.h"
 #include "velquist/storekit/product/product_coding.h"
 #include "velquist/storekit/product/product_from_store.h"
+#include "velquist/storekit/product/product_json.h"
 #include "velquist/storekit/store/product_request.h"
 
 namespace velquist::vsk {
 namespace {
 
-using foundation::JsonValue;
 using storekit::Product;
 
 std::string periodText(const Product::SubscriptionPeriod& period) {
@@ -48,24 +48,6 @@ void printProduct(std::ostream& out, const Product& product) {
   for (const auto& offer : subscription.promotionalOffers) {
     printOffer(out, "promotional offer " + (offer.id ? offer.id->rawValue : std::string("(no id)")), offer);
   }
-}
-
-// The product's fields in declaration order; nested records in their serial form, the price
-// as exact decimal text.
-JsonValue productJson(const Product& product) {
-  JsonValue::Object object{
-      {"id", JsonValue(product.id.rawValue)},
-      {"displayName", JsonValue(product.displayName)},
-      {"description", JsonValue(product.description)},
-      {"price", JsonValue(product.price.description())},
-      {"priceLocale", JsonValue(product.priceLocale.identifier())},
-      {"displayPrice", JsonValue(product.displayPrice)},
-  };
-  if (product.subscription) {
-    object.emplace_back("subscription", foundation::parseJson(foundation::encodeToJsonText(*product.subscription)));
-  }
-  if (product.promotionalOfferID) object.emplace_back("promotionalOfferID", JsonValue(product.promotionalOfferID->rawValue));
-  return JsonValue(std::move(object));
 }
 
 }  // namespace
@@ -118,7 +100,7 @@ Command productsCommand() {
           for (const auto& storeProduct : storeProducts) {
             const Product product = storekit::makeProduct(storeProduct);
             if (parsed.flag("json")) {
-              out << foundation::toJsonText(productJson(product)) << "\n";
+              out << foundation::toJsonText(storekit::productJson(product)) << "\n";
             } else {
               out << "\n";
               printProduct(out, product);

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "velquist/foundation/json.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::adapty {
 
 /// A paywall as the subscription SDK delivers it: its identifier and its remote
@@ -38,3 +40,4 @@ struct AdaptyPaywall {
 std::optional<foundation::JsonValue> parseRemoteConfig(std::optional<std::string_view> text);
 
 }  // namespace velquist::adapty
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -8,6 +9,7 @@
 #include "velquist/foundation/decimal.h"
 #include "velquist/platform/sk_product.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::adapty {
 
 // The subscription SDK's product records. The SDK sells through the platform store: each of
@@ -130,3 +132,4 @@ AdaptyPeriodUnit makeAdaptyPeriodUnit(platform::SKProductPeriodUnit unit);
 AdaptyProductDiscount::PaymentMode makeAdaptyPaymentMode(platform::SKProductDiscountPaymentMode mode);
 
 }  // namespace velquist::adapty
+VELQUIST_API_END

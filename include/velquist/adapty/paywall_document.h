@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "velquist/foundation/decimal.h"
 #include "velquist/platform/sk_product.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::adapty {
 
 // A paywall written down as a JSON document, for previews, demos and tests in place of the
@@ -124,3 +126,4 @@ AdaptyPaywallDocument parsePaywallDocument(std::string_view text, std::string_vi
 AdaptyPaywallDocument loadPaywallDocument(const std::filesystem::path& path);
 
 }  // namespace velquist::adapty
+VELQUIST_API_END

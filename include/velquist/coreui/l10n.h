@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -24,6 +25,7 @@
 ///     L10n::text("No.Such.Key")                                  ->  "No.Such.Key"
 ///
 /// Thread-safe: the built-in texts are read once, on first use, and never change after.
+VELQUIST_API_BEGIN
 namespace velquist::coreui::L10n {
 
 /// A set of languages' texts with the lookup rules above. The functions of this namespace
@@ -122,3 +124,4 @@ std::string freeTrial();
 }  // namespace Product::SubscriptionOffer
 
 }  // namespace velquist::coreui::L10n
+VELQUIST_API_END

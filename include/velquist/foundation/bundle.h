@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -7,6 +8,7 @@
 
 #include "velquist/foundation/json.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 /// The application bundle's description of itself: its information dictionary, with keys
@@ -44,3 +46,4 @@ class Bundle {
 };
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

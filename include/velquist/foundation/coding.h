@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -16,6 +17,7 @@
 #include "velquist/foundation/json.h"
 #include "velquist/foundation/locale.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 /// The keyed serial form of a type: specialise it with
@@ -409,3 +411,4 @@ struct Coding<std::optional<T>> {
 };
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstddef>
 #include <exception>
 #include <memory>
@@ -8,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 /// One step of a coding path: a key of a keyed object or the position of an array element.
@@ -107,3 +109,4 @@ class EncodingError : public std::exception {
 };
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

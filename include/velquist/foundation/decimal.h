@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -7,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 __extension__ typedef unsigned __int128 UInt128;
@@ -90,20 +92,20 @@ class Decimal {
 
   // The operators follow the platform: `+` and `*` truncate results wider than 128 bits, `/`
   // truncates, and any NaN operand, overflow or division by zero gives NaN.
-  friend Decimal operator+(const Decimal& lhs, const Decimal& rhs);
-  friend Decimal operator-(const Decimal& lhs, const Decimal& rhs);
-  friend Decimal operator*(const Decimal& lhs, const Decimal& rhs);
-  friend Decimal operator/(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT Decimal operator+(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT Decimal operator-(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT Decimal operator*(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT Decimal operator/(const Decimal& lhs, const Decimal& rhs);
   Decimal operator-() const;
   Decimal& operator+=(const Decimal& rhs) { return *this = *this + rhs; }
   Decimal& operator-=(const Decimal& rhs) { return *this = *this - rhs; }
   Decimal& operator*=(const Decimal& rhs) { return *this = *this * rhs; }
   Decimal& operator/=(const Decimal& rhs) { return *this = *this / rhs; }
 
-  friend bool operator==(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT bool operator==(const Decimal& lhs, const Decimal& rhs);
   /// Numeric order with NaN below everything. Weak, not strong: 1.5 and 1.50 are equivalent
   /// but print differently.
-  friend std::weak_ordering operator<=>(const Decimal& lhs, const Decimal& rhs);
+  friend VELQUIST_EXPORT std::weak_ordering operator<=>(const Decimal& lhs, const Decimal& rhs);
 
   /// A hash that agrees with numeric equality.
   std::size_t hashValue() const;
@@ -121,3 +123,4 @@ template <>
 struct std::hash<velquist::foundation::Decimal> {
   std::size_t operator()(const velquist::foundation::Decimal& value) const { return value.hashValue(); }
 };
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -8,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 /// Where the library keeps its files on this machine: `$VELQUIST_HOME` when set and not
@@ -72,3 +74,4 @@ class FileLock {
 };
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

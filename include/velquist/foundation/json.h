@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -11,6 +12,7 @@
 
 #include "velquist/foundation/coding_error.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 /// One JSON value: null, a boolean, a number, a string, an array or an object.
@@ -131,3 +133,4 @@ struct JsonWriteOptions {
 std::string toJsonText(const JsonValue& value, const JsonWriteOptions& options = {});
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

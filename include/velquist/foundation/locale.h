@@ -1,9 +1,11 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstddef>
 #include <optional>
 #include <string>
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 /// A locale named by its identifier (`en_US`, `de_DE`, `en_PT@currency=EUR`), answering
@@ -70,3 +72,4 @@ struct std::hash<velquist::foundation::Locale> {
     return std::hash<std::string>{}(locale.identifier());
   }
 };
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <memory>
 #include <optional>
 #include <string>
@@ -7,6 +8,7 @@
 #include "velquist/foundation/decimal.h"
 #include "velquist/foundation/locale.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 /// The subset of the platform number formatter the library uses, over ICU: currency and
@@ -81,3 +83,4 @@ class NumberFormatter {
 };
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

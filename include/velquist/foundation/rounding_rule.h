@@ -1,8 +1,10 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <optional>
 #include <string_view>
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 /// The platform's rule for rounding a value to an integral one, named as the platform
@@ -22,3 +24,4 @@ std::string_view caseName(FloatingPointRoundingRule rule);
 std::optional<FloatingPointRoundingRule> roundingRuleNamed(std::string_view name);
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -10,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 /// A small persistent store of settings by key, each value either text or bytes. Asking
@@ -188,3 +190,4 @@ class FileUserDefaults final : public UserDefaults {
 };
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

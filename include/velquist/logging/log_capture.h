@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <memory>
 #include <string>
 #include <string_view>
@@ -7,6 +8,7 @@
 
 #include "velquist/logging/logger.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::logging {
 
 /// Collects every log entry of the process while it exists, instead of the sink that was
@@ -40,3 +42,4 @@ class LogCapture {
 };
 
 }  // namespace velquist::logging
+VELQUIST_API_END

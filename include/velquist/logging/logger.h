@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <chrono>
 #include <concepts>
 #include <functional>
@@ -10,6 +11,7 @@
 
 #include "velquist/support/dump.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::logging {
 
 /// How important a log entry is.
@@ -133,3 +135,4 @@ class Logger {
 };
 
 }  // namespace velquist::logging
+VELQUIST_API_END

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstddef>
 #include <functional>
 
+VELQUIST_API_BEGIN
 namespace velquist::platform {
 
 /// The UI framework's environment values, reduced to what the library uses: the review
@@ -30,3 +32,4 @@ struct EnvironmentValues {
 };
 
 }  // namespace velquist::platform
+VELQUIST_API_END

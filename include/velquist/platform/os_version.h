@@ -1,7 +1,9 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <compare>
 
+VELQUIST_API_BEGIN
 namespace velquist::platform {
 
 /// A version of the operating system the host runs on, compared part by part.
@@ -25,3 +27,4 @@ void setOperatingSystemVersion(OperatingSystemVersion version);
 bool isOperatingSystemAtLeast(OperatingSystemVersion version);
 
 }  // namespace velquist::platform
+VELQUIST_API_END

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
+VELQUIST_API_BEGIN
 namespace velquist::platform {
 
 /// An error reported by the store: a code from the store's list and a message for people.
@@ -54,3 +56,4 @@ class SKError : public std::runtime_error {
 };
 
 }  // namespace velquist::platform
+VELQUIST_API_END

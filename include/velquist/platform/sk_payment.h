@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -10,6 +11,7 @@
 #include "velquist/platform/sk_error.h"
 #include "velquist/support/mutex.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::platform {
 
 /// A signed promotional offer attached to a payment: which offer, and the signature the
@@ -110,3 +112,4 @@ class SKPaymentTransaction {
 };
 
 }  // namespace velquist::platform
+VELQUIST_API_END

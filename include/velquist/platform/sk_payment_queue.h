@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,6 +11,7 @@
 #include "velquist/platform/sk_storefront.h"
 #include "velquist/support/mutex.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::platform {
 
 class SKPaymentQueue;
@@ -97,3 +99,4 @@ class SKPaymentQueue {
 };
 
 }  // namespace velquist::platform
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -8,6 +9,7 @@
 #include "velquist/foundation/decimal.h"
 #include "velquist/foundation/locale.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::platform {
 
 /// The calendar unit of a store period, with the store's integer values 0...3. A store may
@@ -78,3 +80,4 @@ struct SKProduct {
 };
 
 }  // namespace velquist::platform
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -10,6 +11,7 @@
 #include "velquist/platform/sk_product.h"
 #include "velquist/support/mutex.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::platform {
 
 class StoreBackend;
@@ -89,3 +91,4 @@ class SKProductsRequest : public std::enable_shared_from_this<SKProductsRequest>
 };
 
 }  // namespace velquist::platform
+VELQUIST_API_END

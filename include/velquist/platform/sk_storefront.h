@@ -1,7 +1,9 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <string>
 
+VELQUIST_API_BEGIN
 namespace velquist::platform {
 
 /// The country store that the signed-in account belongs to, as the store names it:
@@ -16,3 +18,4 @@ struct SKStorefront {
 };
 
 }  // namespace velquist::platform
+VELQUIST_API_END

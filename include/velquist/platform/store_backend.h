@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "velquist/platform/sk_products_request.h"
 #include "velquist/platform/sk_storefront.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::platform {
 
 /// The store itself, behind the store stand-ins: it answers products requests, takes
@@ -55,3 +57,4 @@ std::shared_ptr<StoreBackend> defaultStoreBackend();
 void setDefaultStoreBackend(std::shared_ptr<StoreBackend> backend);
 
 }  // namespace velquist::platform
+VELQUIST_API_END

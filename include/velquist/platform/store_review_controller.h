@@ -1,11 +1,13 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <functional>
 #include <memory>
 #include <vector>
 
 #include "velquist/platform/ui_application.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::platform {
 
 /// The store's review controller: asks the system to show its rating prompt in a window
@@ -35,3 +37,4 @@ class SKStoreReviewController {
 };
 
 }  // namespace velquist::platform
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <atomic>
 #include <memory>
 #include <string>
@@ -8,6 +9,7 @@
 
 #include "velquist/support/mutex.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::platform {
 
 /// Where a scene stands in its life: not yet attached, in front and taking input, in
@@ -65,3 +67,4 @@ class UIApplication {
 };
 
 }  // namespace velquist::platform
+VELQUIST_API_END

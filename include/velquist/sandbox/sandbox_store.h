@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -17,6 +18,7 @@
 #include "velquist/platform/store_backend.h"
 #include "velquist/sandbox/storekit_configuration.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::sandbox {
 
 /// What a declined Ask to Buy purchase turns into.
@@ -339,3 +341,4 @@ class SandboxStore final : public platform::StoreBackend, public std::enable_sha
 };
 
 }  // namespace velquist::sandbox
+VELQUIST_API_END

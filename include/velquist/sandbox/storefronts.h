@@ -1,9 +1,11 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <optional>
 #include <string>
 #include <string_view>
 
+VELQUIST_API_BEGIN
 namespace velquist::sandbox {
 
 /// One country store: its three-letter code as configuration files write it, the
@@ -37,3 +39,4 @@ std::optional<StorefrontInfo> storefrontNamed(std::string_view countryCode);
 std::string priceLocaleIdentifier(const std::optional<std::string>& localeIdentifier, const StorefrontInfo& storefront);
 
 }  // namespace velquist::sandbox
+VELQUIST_API_END

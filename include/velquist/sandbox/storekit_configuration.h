@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstdint>
 #include <exception>
 #include <filesystem>
@@ -11,6 +12,7 @@
 
 #include "velquist/foundation/decimal.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::sandbox {
 
 using foundation::Decimal;
@@ -296,3 +298,4 @@ StoreKitConfiguration parseStoreKitConfiguration(std::string_view text, std::str
 StoreKitConfiguration loadStoreKitConfiguration(const std::filesystem::path& path);
 
 }  // namespace velquist::sandbox
+VELQUIST_API_END

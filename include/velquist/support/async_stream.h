@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <concepts>
 #include <condition_variable>
 #include <deque>
@@ -12,6 +13,7 @@
 
 #include "velquist/support/mutex.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 namespace detail {
@@ -175,3 +177,4 @@ class AsyncStream {
 };
 
 }  // namespace velquist::support
+VELQUIST_API_END

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <exception>
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// Thrown by a blocking operation that ended because it was cancelled (its stop token
@@ -16,3 +18,4 @@ class CancellationError : public std::exception {
 };
 
 }  // namespace velquist::support
+VELQUIST_API_END

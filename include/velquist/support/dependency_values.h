@@ -1,11 +1,13 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <concepts>
 #include <memory>
 #include <typeindex>
 #include <unordered_map>
 #include <utility>
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// Which set of values dependencies resolve to when nobody overrode them: the real
@@ -108,3 +110,4 @@ decltype(auto) withDependencies(Modify&& modify, Operation&& operation) {
 }
 
 }  // namespace velquist::support
+VELQUIST_API_END

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <functional>
 #include <memory>
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// A handle that ends something that was started, such as a subscription to a signal
@@ -39,3 +41,4 @@ class Disposable {
 };
 
 }  // namespace velquist::support
+VELQUIST_API_END

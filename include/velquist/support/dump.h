@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <concepts>
 #include <cstdint>
 #include <functional>
@@ -20,6 +21,7 @@
 #include "velquist/foundation/decimal.h"
 #include "velquist/foundation/locale.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 class DumpValue;
@@ -232,3 +234,4 @@ std::string customDump(const T& value, std::int64_t maxDepth = unlimitedDumpDept
 }
 
 }  // namespace velquist::support
+VELQUIST_API_END

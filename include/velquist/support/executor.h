@@ -1,7 +1,9 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <functional>
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// Somewhere jobs run: a queue that a thread drains, a thread pool, ...
@@ -15,3 +17,4 @@ class Executor {
 };
 
 }  // namespace velquist::support
+VELQUIST_API_END

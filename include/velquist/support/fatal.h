@@ -1,7 +1,9 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <string_view>
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// Stops the process on a programming error (an overflow the model forbids, a call that
@@ -9,3 +11,4 @@ namespace velquist::support {
 [[noreturn]] void fatalError(std::string_view message);
 
 }  // namespace velquist::support
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -7,6 +8,7 @@
 #include <type_traits>
 #include <vector>
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// The one hash combiner every record uses: it feeds fields in declaration order, an
@@ -64,3 +66,4 @@ class Hasher {
 };
 
 }  // namespace velquist::support
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <functional>
 #include <memory>
 #include <utility>
@@ -7,6 +8,7 @@
 
 #include "velquist/support/mutex.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 namespace detail {
@@ -78,3 +80,4 @@ class LifetimeState {
 }  // namespace detail
 
 }  // namespace velquist::support
+VELQUIST_API_END

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <functional>
 #include <string_view>
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// Where the library's log lines go until a logging module takes over: by default each
@@ -19,3 +21,4 @@ LogSink setLogSink(LogSink sink);
 void writeLogLine(std::string_view line);
 
 }  // namespace velquist::support
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -9,6 +10,7 @@
 #include "velquist/support/executor.h"
 #include "velquist/support/mutex.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// A serial queue of jobs that the host runs on a thread of its choosing, usually its
@@ -62,3 +64,4 @@ class MainQueue final : public Executor {
 bool isOnMainActor();
 
 }  // namespace velquist::support
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <mutex>
 
 // Locks annotated for clang's thread-safety analysis (-Wthread-safety): data members say
@@ -18,6 +19,7 @@
 #define VELQUIST_RELEASE(...) VELQUIST_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define VELQUIST_EXCLUDES(...) VELQUIST_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// A mutex the thread-safety analysis knows about.
@@ -54,3 +56,4 @@ class VELQUIST_SCOPED_CAPABILITY LockGuard {
 };
 
 }  // namespace velquist::support
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <functional>
 #include <memory>
 #include <string>
@@ -7,6 +8,7 @@
 #include "velquist/support/executor.h"
 #include "velquist/support/thread_pool.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 namespace detail {
@@ -49,3 +51,4 @@ class QueueScheduler {
 };
 
 }  // namespace velquist::support
+VELQUIST_API_END

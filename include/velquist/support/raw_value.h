@@ -1,8 +1,10 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <array>
 #include <optional>
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// Enumerations with raw values list their cases by specialising `CaseList` and provide
@@ -25,3 +27,4 @@ std::optional<E> fromRawValue(const Raw& raw) {
 }
 
 }  // namespace velquist::support
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <concepts>
 #include <deque>
 #include <exception>
@@ -15,6 +16,7 @@
 #include "velquist/support/mutex.h"
 #include "velquist/support/queue_scheduler.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// What a subscriber hears from a started signal producer: any number of values, then at
@@ -288,3 +290,4 @@ class SignalProducer {
 };
 
 }  // namespace velquist::support
+VELQUIST_API_END

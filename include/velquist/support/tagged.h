@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <compare>
 #include <cstddef>
 #include <functional>
@@ -10,6 +11,7 @@
 #include "velquist/foundation/coding.h"
 #include "velquist/support/dump.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// A raw value (usually a text identifier) tagged with the type that owns it, so that a
@@ -65,3 +67,4 @@ struct std::hash<velquist::support::Tagged<Tag, RawValue>> {
     return std::hash<RawValue>{}(tagged.rawValue);
   }
 };
+VELQUIST_API_END

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <functional>
 #include <memory>
 #include <stop_token>
 
 #include "velquist/support/executor.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// A piece of work started on an executor, with cooperative cancellation: `cancel` only
@@ -37,3 +39,4 @@ class Task {
 };
 
 }  // namespace velquist::support
+VELQUIST_API_END

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <functional>
 #include <string_view>
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// Reports a failure of the test that is running, such as a dependency that a test used
@@ -21,3 +23,4 @@ TestFailureReporter setTestFailureReporter(TestFailureReporter reporter);
 void reportTestFailure(std::string_view message);
 
 }  // namespace velquist::support
+VELQUIST_API_END

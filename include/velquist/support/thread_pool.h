@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -10,6 +11,7 @@
 #include "velquist/support/executor.h"
 #include "velquist/support/mutex.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::support {
 
 /// A fixed set of worker threads that run enqueued jobs: each job once, on whichever
@@ -46,3 +48,4 @@ class ThreadPool final : public Executor {
 };
 
 }  // namespace velquist::support
+VELQUIST_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -10,6 +11,7 @@
 
 #include "velquist/foundation/user_defaults.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::usersettings {
 
 /// The application's settings as a record of two operations on bytes by key, so that a
@@ -51,3 +53,4 @@ std::filesystem::path userSettingsPath(const std::filesystem::path& directory,
                                        std::optional<std::string> applicationIdentifier);
 
 }  // namespace velquist::usersettings
+VELQUIST_API_END

@@ -25,6 +25,7 @@
 // Every other fault is the decoder's standard error: keyNotFound for a missing required
 // key, typeMismatch or valueNotFound for a value of the wrong kind.
 
+#include "velquist/export.h"
 #include "velquist/foundation/coding.h"
 #include "velquist/foundation/rounding_rule.h"
 #include "velquist/storekit/formatting/offer_format_style.h"
@@ -34,6 +35,7 @@
 #include "velquist/storekit/formatting/style_options.h"
 #include "velquist/storekit/product/product_coding.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 template <>
@@ -115,3 +117,4 @@ struct Coding<storekit::Product::SubscriptionOffer::PaymentModeFormatStyle> {
 };
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

@@ -6,12 +6,14 @@
 //
 // Thread-safety: values without state; safe to use from any thread.
 
+#include "velquist/export.h"
 #include <cstddef>
 #include <functional>
 #include <string>
 
 #include "velquist/storekit/product/product.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// The free-trial line of an offer: for a free trial, the catalogue's free-trial sentence
@@ -45,3 +47,4 @@ template <>
 struct std::hash<velquist::storekit::Product::SubscriptionOffer::PaymentModeFormatStyle> {
   std::size_t operator()(const velquist::storekit::Product::SubscriptionOffer::PaymentModeFormatStyle& style) const;
 };
+VELQUIST_API_END

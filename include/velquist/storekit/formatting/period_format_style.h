@@ -13,6 +13,7 @@
 //
 // Thread-safety: values; one object may be read (and used to format) from many threads.
 
+#include "velquist/export.h"
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -21,6 +22,7 @@
 #include "velquist/storekit/formatting/style_options.h"
 #include "velquist/storekit/product/product.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// Names one unit: the full word in the chosen grammatical number (`complete`), the compact
@@ -116,3 +118,4 @@ template <>
 struct std::hash<velquist::storekit::Product::SubscriptionPeriod::FormatStyle> {
   std::size_t operator()(const velquist::storekit::Product::SubscriptionPeriod::FormatStyle& style) const;
 };
+VELQUIST_API_END

@@ -26,6 +26,7 @@
 // Thread-safety: a value; one object may format from many threads at once. The ICU
 // formatters behind it are made once per locale, unit and width and shared by all threads.
 
+#include "velquist/export.h"
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -36,6 +37,7 @@
 #include "velquist/storekit/formatting/style_options.h"
 #include "velquist/storekit/product/product.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 struct Product::SubscriptionPeriod::PluralFormatStyle {
@@ -92,3 +94,4 @@ template <>
 struct std::hash<velquist::storekit::Product::SubscriptionPeriod::PluralFormatStyle> {
   std::size_t operator()(const velquist::storekit::Product::SubscriptionPeriod::PluralFormatStyle& style) const;
 };
+VELQUIST_API_END

@@ -6,6 +6,7 @@
 // Formatting goes through `displayPrice`, which shares one price formatter across
 // the process (see there for what concurrent use means).
 
+#include "velquist/export.h"
 #include <array>
 #include <cstddef>
 #include <functional>
@@ -18,6 +19,7 @@
 #include "velquist/storekit/product/product.h"
 #include "velquist/support/raw_value.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// The namespace of the product format styles; not constructible.
@@ -113,3 +115,4 @@ template <>
 struct std::hash<velquist::storekit::Product::FormatStyle::Price> {
   std::size_t operator()(const velquist::storekit::Product::FormatStyle::Price& style) const;
 };
+VELQUIST_API_END

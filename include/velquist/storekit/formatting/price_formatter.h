@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <atomic>
 #include <optional>
 #include <string>
@@ -9,6 +10,7 @@
 #include "velquist/foundation/number_formatter.h"
 #include "velquist/support/mutex.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// Turns a decimal price into currency text for a locale and rounding mode. Configured
@@ -54,3 +56,4 @@ class PriceFormatter {
 };
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

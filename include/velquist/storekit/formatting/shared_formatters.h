@@ -1,9 +1,11 @@
 #pragma once
 
+#include "velquist/export.h"
 #include "velquist/foundation/number_formatter.h"
 #include "velquist/foundation/rounding_rule.h"
 #include "velquist/storekit/formatting/price_formatter.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// The process-wide percent formatter of `Product::displayDiscount`: percent style, every
@@ -22,3 +24,4 @@ PriceFormatter& priceFormatter();
 PriceFormatter::RoundingMode roundingMode(foundation::FloatingPointRoundingRule rule);
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "velquist/export.h"
+
 // The options of the period and unit format styles. They are named through the styles
 // (`Product::SubscriptionPeriod::FormatStyle::UnitStyle`, ...); they are declared here,
 // ahead of `Product`, so that the product records can offer `formatted(...)` with them.
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit::formatting {
 
 /// Which word names a unit: the full word by grammatical number, the compact name, or the
@@ -18,3 +21,4 @@ enum class ValueDisplayStrategy { automatic, always };
 enum class GrammaticalNumber { singular, plural, pluralTwo };
 
 }  // namespace velquist::storekit::formatting
+VELQUIST_API_END

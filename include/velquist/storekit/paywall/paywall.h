@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -14,6 +15,7 @@
 #include "velquist/storekit/product/product.h"
 #include "velquist/support/tagged.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// One purchase screen as configured on the subscription service: its identifier, the
@@ -141,3 +143,4 @@ template <>
 struct std::hash<velquist::storekit::Paywall> {
   std::size_t operator()(const velquist::storekit::Paywall& paywall) const;
 };
+VELQUIST_API_END

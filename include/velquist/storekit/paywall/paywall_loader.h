@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <filesystem>
 #include <stop_token>
 #include <string>
@@ -9,6 +10,7 @@
 #include "velquist/adapty/adapty_product.h"
 #include "velquist/adapty/paywall_document.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 // Loading a paywall document (adapty/paywall_document.h describes the format) into the
@@ -45,3 +47,4 @@ LoadedPaywall loadPaywall(const adapty::AdaptyPaywallDocument& document, std::st
 LoadedPaywall loadPaywall(const std::filesystem::path& path, std::stop_token stop = {});
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "velquist/storekit/product/product.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// Reads a subscription period written as an ISO 8601 duration of exactly one component:
@@ -20,3 +22,4 @@ std::optional<Product::SubscriptionPeriod> parseISO8601Period(std::string_view t
 std::string iso8601(const Product::SubscriptionPeriod& period);
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

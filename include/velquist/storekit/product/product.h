@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -16,6 +17,7 @@
 #include "velquist/support/raw_value.h"
 #include "velquist/support/tagged.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 using foundation::Decimal;
@@ -265,3 +267,4 @@ template <>
 struct std::hash<velquist::storekit::Product> {
   std::size_t operator()(const velquist::storekit::Product& product) const;
 };
+VELQUIST_API_END

@@ -11,9 +11,11 @@
 // (valueNotFound), or a raw value that names no case (dataCorrupted). Unknown keys are
 // ignored.
 
+#include "velquist/export.h"
 #include "velquist/foundation/coding.h"
 #include "velquist/storekit/product/product.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::foundation {
 
 template <>
@@ -53,3 +55,4 @@ struct Coding<storekit::Product::SubscriptionPeriod::Unit> {
 };
 
 }  // namespace velquist::foundation
+VELQUIST_API_END

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <optional>
 
 #include "velquist/adapty/adapty_product.h"
 #include "velquist/storekit/product/product.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 // The library's product records built from the subscription SDK's records. The SDK's own
@@ -50,3 +52,4 @@ std::optional<Product::SubscriptionOffer::PaymentMode> makePaymentMode(adapty::A
 std::optional<Product::SubscriptionPeriod::Unit> makeUnit(adapty::AdaptyPeriodUnit unit);
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

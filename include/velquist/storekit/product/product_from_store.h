@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <optional>
 #include <string>
 #include <string_view>
@@ -7,6 +8,7 @@
 #include "velquist/platform/sk_product.h"
 #include "velquist/storekit/product/product.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 // The library's product records built from the store's records. Each conversion is a free
@@ -61,3 +63,4 @@ std::string description(const platform::SKProduct& product);
 std::string_view description(platform::SKProductPeriodUnit unit);
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

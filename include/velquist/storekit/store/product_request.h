@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <concepts>
 #include <exception>
 #include <initializer_list>
@@ -15,6 +16,7 @@
 #include "velquist/platform/sk_product.h"
 #include "velquist/support/signal_producer.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// The signal form of a products request: one list of store products, then completed; or
@@ -89,3 +91,4 @@ inline ProductsProducer productsProducer(std::initializer_list<std::string_view>
 }
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

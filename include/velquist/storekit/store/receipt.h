@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstdint>
 #include <exception>
 #include <optional>
@@ -7,6 +8,7 @@
 
 #include "velquist/support/signal_producer.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// The store receipt of the running application, as raw bytes for the host's validation
@@ -30,3 +32,4 @@ class Receipt {
 };
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <functional>
 #include <stop_token>
 
 #include "velquist/support/dependency_values.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// Asks the system to show its rating prompt. The result says whether a prompt was
@@ -47,3 +49,4 @@ RequestReviewAction requestReview(const support::DependencyValues& values = supp
 void setRequestReview(support::DependencyValues& values, RequestReviewAction action);
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

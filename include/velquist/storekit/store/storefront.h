@@ -1,11 +1,13 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
 #include <utility>
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// The country store that the user's account belongs to, as the store's payment queue
@@ -45,3 +47,4 @@ template <>
 struct std::hash<velquist::storekit::Storefront> {
   std::size_t operator()(const velquist::storekit::Storefront& storefront) const;
 };
+VELQUIST_API_END

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <vector>
 
 #include "velquist/storekit/transactions/transaction_queue.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// A listener that writes every record of every batch to the log
@@ -35,3 +37,4 @@ class LoggingTransactionListener final : public TransactionQueueListener {
 };
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

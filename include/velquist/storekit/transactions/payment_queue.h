@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <memory>
 #include <string>
 #include <unordered_set>
@@ -10,6 +11,7 @@
 #include "velquist/support/async_stream.h"
 #include "velquist/usersettings/user_settings_client.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// The store's own stream of transaction batches: every read registers a new observer with
@@ -81,3 +83,4 @@ void endPaymentQueueObservations();
 }  // namespace detail
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

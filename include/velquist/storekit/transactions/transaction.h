@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "velquist/storekit/product/product.h"
 #include "velquist/support/dump.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// The library's record of one purchase event the store reported: the store's transaction
@@ -138,3 +140,4 @@ template <>
 struct std::hash<velquist::storekit::Transaction> {
   std::size_t operator()(const velquist::storekit::Transaction& transaction) const;
 };
+VELQUIST_API_END

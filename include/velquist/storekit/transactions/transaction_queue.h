@@ -1,5 +1,6 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <memory>
 #include <string>
 #include <string_view>
@@ -14,6 +15,7 @@
 #include "velquist/support/mutex.h"
 #include "velquist/support/queue_scheduler.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::storekit {
 
 /// The key under which both ways of following purchases keep the original transaction
@@ -160,3 +162,4 @@ class TransactionQueue final : public platform::SKPaymentTransactionObserver,
 };
 
 }  // namespace velquist::storekit
+VELQUIST_API_END

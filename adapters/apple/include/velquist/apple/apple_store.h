@@ -1,9 +1,11 @@
 #pragma once
 
+#include "velquist/export.h"
 #include <memory>
 
 #include "velquist/platform/store_backend.h"
 
+VELQUIST_API_BEGIN
 namespace velquist::apple {
 
 /// The library's store stand-ins served by the platform's store framework: products
@@ -43,3 +45,4 @@ std::shared_ptr<platform::StoreBackend> installAppleStore(const AppleStoreOption
 void uninstallAppleStore();
 
 }  // namespace velquist::apple
+VELQUIST_API_END

@@ -1,0 +1,399 @@
+// The C interface: results equal to the C++ library's, every kind of bad input refused with
+// a status and a message (never a crash), and the purchase story driven through a sandbox
+// with both transaction mechanisms.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <algorithm>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "velquist/foundation/json.h"
+#include "velquist/storekit/transactions/payment_queue.h"
+#include "velquist/usersettings/user_settings_client.h"
+#include "velquist/velquist.h"
+
+namespace {
+
+const std::string storekitFile = std::string(VELQUIST_SOURCE_DIR) + "/examples/velquist_demo.storekit";
+const std::string paywallFile = std::string(VELQUIST_SOURCE_DIR) + "/examples/velquist_demo_paywall.json";
+
+// The member `key` of a JSON object; a test failure (by exception) when it is missing.
+const velquist::foundation::JsonValue& field(const velquist::foundation::JsonValue& object, std::string_view key) {
+  const auto* member = object.find(key);
+  if (!member) throw std::runtime_error("no member " + std::string(key));
+  return *member;
+}
+
+// Takes a library string into a std::string and frees it.
+std::string take(char* text) {
+  EXPECT_NE(text, nullptr);
+  std::string copy = text ? text : "";
+  velquist_string_free(text);
+  return copy;
+}
+
+struct PriceCase {
+  const char* amount;
+  const char* locale;
+  const char* rule;
+  const char* expected;
+};
+
+TEST(CInterface, DisplayPrice) {
+  const PriceCase cases[] = {
+      {"1234.567", "en_US", "down", "$1234.56"},
+      {"1234.567", "de_DE", nullptr, "1.234,56\u00a0€"},
+      {"9.985", "en_US", "toNearestOrAwayFromZero", "$9.99"},
+      {"9.985", "en_US", "towardZero", "$9.98"},
+      {"-0.5", "en_US", "up", "-$0.50"},
+      {"1e2", "ja_JP", "down", "￥100"},
+  };
+  for (const auto& c : cases) {
+    char* text = reinterpret_cast<char*>(1);
+    ASSERT_EQ(velquist_display_price(c.amount, c.locale, c.rule, &text), VELQUIST_OK)
+        << c.amount << " " << c.locale << ": " << velquist_last_error();
+    EXPECT_EQ(take(text), c.expected) << c.amount << " " << c.locale;
+    EXPECT_STREQ(velquist_last_error(), "");
+  }
+}
+
+struct Refusal {
+  const char* name;
+  std::function<int(char**)> call;
+  int status;
+  const char* message;  // a part of the last error
+};
+
+TEST(CInterface, BadInputIsRefusedWithAMessage) {
+  velquist_period_format_options badStyle{.unit_style = "tiny"};
+  velquist_period_format_options badUnit{.units_collapsed = "day,fortnight"};
+  const Refusal cases[] = {
+      {"null amount", [](char** out) { return velquist_display_price(nullptr, "en_US", nullptr, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "velquist_display_price: amount is NULL"},
+      {"comma amount", [](char** out) { return velquist_display_price("12,5", "en_US", nullptr, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "'12,5' is not a decimal amount"},
+      {"empty amount", [](char** out) { return velquist_display_price("", "en_US", nullptr, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "is not a decimal amount"},
+      {"nan amount", [](char** out) { return velquist_display_price("nan", "en_US", nullptr, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "is not a decimal amount"},
+      {"garbage locale", [](char** out) { return velquist_display_price("1", "!!", nullptr, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown locale '!!'"},
+      {"unknown language", [](char** out) { return velquist_display_price("1", "qq_US", nullptr, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown locale 'qq_US'"},
+      {"unknown region", [](char** out) { return velquist_display_price("1", "en_QQ", nullptr, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown locale 'en_QQ'"},
+      {"empty locale", [](char** out) { return velquist_display_price("1", "", nullptr, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown locale ''"},
+      {"unknown rule", [](char** out) { return velquist_display_price("1", "en_US", "sideways", out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown rounding rule 'sideways'"},
+      {"null out", [](char**) { return velquist_display_price("1", "en_US", nullptr, nullptr); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "out_text is NULL"},
+      {"bad period", [](char** out) { return velquist_convert_price("1", "P1W2D", "P1Y", out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "'P1W2D' is not a period"},
+      {"zero period", [](char** out) { return velquist_convert_price("1", "P0W", "P1Y", out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "'P0W' is not a period"},
+      {"huge period", [](char** out) { return velquist_convert_price("1", "P1W", "P9223372036854775807Y", out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "is not a period"},
+      {"null period", [](char** out) { return velquist_period_text(nullptr, "en_US", nullptr, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "period is NULL"},
+      {"bad unit style", [&](char** out) { return velquist_period_text("P1W", "en_US", &badStyle, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown unit style 'tiny'"},
+      {"bad unit", [&](char** out) { return velquist_period_text("P1W", "en_US", &badUnit, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown unit 'fortnight'"},
+      {"discount bad plan", [](char** out) { return velquist_discount("1", "weekly", "2", "P1W", nullptr, out, nullptr); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "'weekly' is not a period"},
+      {"discount null", [](char** out) { return velquist_discount("1", "P1W", nullptr, "P1W", nullptr, out, nullptr); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "other_amount is NULL"},
+      {"missing file", [](char**) {
+         velquist_sandbox* sandbox = nullptr;
+         return velquist_sandbox_open("/no/such/file.storekit", nullptr, &sandbox);
+       }, VELQUIST_ERROR_FILE, "/no/such/file.storekit"},
+      {"not a storekit file", [](char**) {
+         velquist_sandbox* sandbox = nullptr;
+         return velquist_sandbox_open(paywallFile.c_str(), nullptr, &sandbox);
+       }, VELQUIST_ERROR_FILE, "velquist_demo_paywall.json"},
+      {"null sandbox", [](char** out) { return velquist_products_json(nullptr, nullptr, 0, out); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "sandbox is NULL"},
+      {"null sandbox buy", [](char**) { return velquist_buy(nullptr, "x", nullptr); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "sandbox is NULL"},
+      {"null observation", [](char**) { return velquist_observation_wait(nullptr, 1, 0); },
+       VELQUIST_ERROR_INVALID_ARGUMENT, "observation is NULL"},
+  };
+  for (const auto& c : cases) {
+    char* out = reinterpret_cast<char*>(1);
+    EXPECT_EQ(c.call(&out), c.status) << c.name;
+    EXPECT_NE(std::string(velquist_last_error()).find(c.message), std::string::npos)
+        << c.name << ": " << velquist_last_error();
+    if (out != reinterpret_cast<char*>(1)) {
+      EXPECT_EQ(out, nullptr) << c.name << ": nothing is handed out on failure";
+    }
+  }
+  velquist_string_free(nullptr);
+  velquist_sandbox_close(nullptr);
+  velquist_observation_end(nullptr);
+}
+
+// Odd texts where numbers, periods and locales go are answered, never crash: either a
+// result or a refusal with a message.
+TEST(CInterface, OddTextsAreAnsweredOrRefused) {
+  const char* texts[] = {"1e400", "-1e-400", "-", ".", "1e", "+", "0x10", "\xef\xbc\x91", "1..2", "99999999999999999999999999999999999999999",
+                         "P", "P-1W", "P1", "PT1H", "P1Y1M", "en_US@currency=", "@", "_", "en__US", "\xff\xfe"};
+  for (const char* text : texts) {
+    char* out = nullptr;
+    const int results[] = {
+        velquist_display_price(text, "en_US", nullptr, &out),
+        (velquist_string_free(out), out = nullptr, velquist_display_price("1", text, nullptr, &out)),
+        (velquist_string_free(out), out = nullptr, velquist_convert_price("1", text, "P1Y", &out)),
+        (velquist_string_free(out), out = nullptr, velquist_period_text(text, nullptr, nullptr, &out)),
+    };
+    velquist_string_free(out);
+    for (const int status : results) {
+      EXPECT_TRUE(status == VELQUIST_OK || status == VELQUIST_ERROR_INVALID_ARGUMENT) << text << ": " << status;
+    }
+  }
+}
+
+TEST(CInterface, LastErrorBelongsToTheThread) {
+  char* text = nullptr;
+  ASSERT_NE(velquist_display_price("x", "en_US", nullptr, &text), VELQUIST_OK);
+  std::string other;
+  std::thread([&] {
+    other = velquist_last_error();
+    char* price = nullptr;
+    EXPECT_NE(velquist_display_price("1", "zz", nullptr, &price), VELQUIST_OK);
+  }).join();
+  EXPECT_EQ(other, "");
+  EXPECT_NE(std::string(velquist_last_error()).find("'x'"), std::string::npos) << velquist_last_error();
+}
+
+TEST(CInterface, PricesPeriodsAndDiscounts) {
+  char* text = nullptr;
+  ASSERT_EQ(velquist_convert_price("4.99", "P1W", "P1Y", &text), VELQUIST_OK);
+  EXPECT_EQ(take(text), "260.3712140000000510976");
+  ASSERT_EQ(velquist_convert_price("9.99", "P1M", "P1Y", &text), VELQUIST_OK);
+  EXPECT_EQ(take(text), "119.88");
+
+  char* fraction = nullptr;
+  ASSERT_EQ(velquist_discount("39.99", "P1Y", "4.99", "P1W", "en_US", &fraction, &text), VELQUIST_OK);
+  EXPECT_EQ(take(fraction), "0.85");
+  EXPECT_EQ(take(text), "85%");
+  ASSERT_EQ(velquist_discount("39.99", "P1Y", "4.99", "P1W", "de_DE", nullptr, &text), VELQUIST_OK);
+  EXPECT_EQ(take(text), "85\u00a0%");
+  ASSERT_EQ(velquist_discount("49.99", "once", "39.99", "P1Y", "en_US", &fraction, nullptr), VELQUIST_OK);
+  EXPECT_EQ(take(fraction), "-0.25");
+
+  struct PeriodCase {
+    const char* period;
+    const char* locale;
+    velquist_period_format_options options;
+    bool useOptions;
+    const char* expected;
+  };
+  const PeriodCase periods[] = {
+      {"P3M", "en_US", {}, false, "3 months"},
+      {"P1W", "en_US", {}, false, "week"},
+      {"P1W", "en_US", {.always_show_value = 1}, true, "1 week"},
+      {"P7D", "en_US", {.units_collapsed = "day"}, true, "week"},
+      {"P1Y", "en_US", {.unit_style = "shortened", .units_expanded = "year"}, true, "12 mo"},
+      {"P1M", "en_US", {.unit_style = "recurrent"}, true, "monthly"},
+      {"P3D", "ru_RU", {}, false, "3 дня"},
+      {"P5D", "ru_RU", {}, false, "5 дней"},
+  };
+  for (const auto& c : periods) {
+    ASSERT_EQ(velquist_period_text(c.period, c.locale, c.useOptions ? &c.options : nullptr, &text), VELQUIST_OK)
+        << c.period << ": " << velquist_last_error();
+    EXPECT_EQ(take(text), c.expected) << c.period << " " << c.locale;
+  }
+}
+
+// The sandbox tests keep the user defaults (where the remembered first purchases go) in a
+// folder of the program's own.
+class CSandbox : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    home_ = std::filesystem::temp_directory_path() / ("velquist-capi-test-" + std::to_string(::getpid()));
+    std::filesystem::remove_all(home_);
+    std::filesystem::create_directories(home_);
+    ::setenv("VELQUIST_HOME", home_.c_str(), 1);
+  }
+  static void TearDownTestSuite() {
+    std::error_code ignored;  // a last write of the user defaults may still be settling
+    std::filesystem::remove_all(home_, ignored);
+  }
+
+  // Each test starts with a store that has sold nothing.
+  void SetUp() override {
+    const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+    std::string name = std::string(test->test_suite_name()) + "." + test->name();
+    std::replace(name.begin(), name.end(), '/', '_');
+    ASSERT_EQ(velquist_sandbox_open(storekitFile.c_str(), (home_ / name).c_str(), &sandbox_), VELQUIST_OK)
+        << velquist_last_error();
+  }
+  void TearDown() override { velquist_sandbox_close(sandbox_); }
+
+  static inline std::filesystem::path home_;
+  velquist_sandbox* sandbox_ = nullptr;
+};
+
+TEST_F(CSandbox, OneSandboxAtATime) {
+  velquist_sandbox* second = nullptr;
+  EXPECT_EQ(velquist_sandbox_open(storekitFile.c_str(), nullptr, &second), VELQUIST_ERROR_STATE);
+  EXPECT_EQ(second, nullptr);
+}
+
+TEST_F(CSandbox, ProductsInTheOrderAskedUnknownOnesLeftOut) {
+  const char* ids[] = {"com.velquist.demo.pro.yearly", "nope", "com.velquist.demo.lifetime",
+                       "com.velquist.demo.pro.yearly"};
+  char* json = nullptr;
+  ASSERT_EQ(velquist_products_json(sandbox_, ids, 4, &json), VELQUIST_OK) << velquist_last_error();
+  const auto products = velquist::foundation::parseJson(take(json));
+  ASSERT_EQ(products.arrayValue().size(), 2u);
+  const auto& yearly = products.arrayValue()[0];
+  EXPECT_EQ(field(yearly, "id").stringValue(), "com.velquist.demo.pro.yearly");
+  EXPECT_EQ(field(yearly, "price").stringValue(), "39.99");
+  EXPECT_EQ(field(yearly, "displayPrice").stringValue(), "$39.99");
+  EXPECT_EQ(field(products.arrayValue()[1], "id").stringValue(), "com.velquist.demo.lifetime");
+
+  const char* withNull[] = {"com.velquist.demo.lifetime", nullptr};
+  EXPECT_EQ(velquist_products_json(sandbox_, withNull, 2, &json), VELQUIST_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(velquist_products_json(sandbox_, nullptr, 1, &json), VELQUIST_ERROR_INVALID_ARGUMENT);
+  ASSERT_EQ(velquist_products_json(sandbox_, nullptr, 0, &json), VELQUIST_OK);
+  EXPECT_EQ(velquist::foundation::parseJson(take(json)).arrayValue().size(), 8u);
+}
+
+TEST_F(CSandbox, PaywallWithRoles) {
+  char* json = nullptr;
+  ASSERT_EQ(velquist_paywall_json(sandbox_, paywallFile.c_str(), &json), VELQUIST_OK) << velquist_last_error();
+  const auto paywall = velquist::foundation::parseJson(take(json));
+  EXPECT_EQ(field(field(paywall, "roles"), "selected").stringValue(), "com.velquist.demo.pro.yearly");
+  const auto& yearly = field(paywall, "products").arrayValue()[2];
+  EXPECT_EQ(field(yearly, "id").stringValue(), "com.velquist.demo.pro.yearly");
+  EXPECT_EQ(field(yearly, "price").stringValue(), "$39.99 / year");
+  EXPECT_EQ(field(yearly, "discount").stringValue(), "85%");
+  EXPECT_EQ(field(yearly, "roles").arrayValue().size(), 3u);
+
+  EXPECT_EQ(velquist_paywall_json(sandbox_, storekitFile.c_str(), &json), VELQUIST_ERROR_FILE);
+  EXPECT_NE(std::string(velquist_last_error()).find("velquist_demo.storekit"), std::string::npos);
+}
+
+// Collects the batches a mechanism delivers.
+struct Batches {
+  std::mutex mutex;
+  std::vector<velquist::foundation::JsonValue> received;
+
+  static void callback(const char* json, void* context) {
+    auto& self = *static_cast<Batches*>(context);
+    std::lock_guard lock(self.mutex);
+    self.received.push_back(velquist::foundation::parseJson(json));
+  }
+  std::vector<velquist::foundation::JsonValue> all() {
+    std::lock_guard lock(mutex);
+    return received;
+  }
+  // Every record delivered so far, batch after batch.
+  std::vector<velquist::foundation::JsonValue> records() {
+    std::vector<velquist::foundation::JsonValue> result;
+    for (const auto& batch : all()) {
+      for (const auto& record : batch.arrayValue()) result.push_back(record);
+    }
+    return result;
+  }
+};
+
+// The first delivered record of `product` in `state`, waiting for up to `limit` batches.
+std::optional<velquist::foundation::JsonValue> awaitRecord(velquist_observation* observation, Batches& batches,
+                                                           const std::string& product, const std::string& state,
+                                                           std::size_t limit = 6) {
+  for (std::size_t count = 1; count <= limit; ++count) {
+    for (const auto& record : batches.records()) {
+      if (field(record, "productID").stringValue() == product && field(record, "state").stringValue() == state) {
+        return record;
+      }
+    }
+    if (velquist_observation_wait(observation, count, 5000) != VELQUIST_OK) break;
+  }
+  return std::nullopt;
+}
+
+class CSandboxMechanism : public CSandbox, public testing::WithParamInterface<const char*> {
+ protected:
+  void SetUp() override {
+    // No first purchase remembered from another test.
+    velquist::storekit::setOriginalTransactionIDs(velquist::usersettings::UserSettingsClient::live(), {});
+    CSandbox::SetUp();
+  }
+};
+
+// The purchase story through either mechanism: the first purchase starts the free trial, a
+// restore brings it back as restored, finishing works by identifier, and an ended
+// observation hears nothing more. The store waits for the mechanism after each report, so
+// no transaction is delivered twice in the same state.
+TEST_P(CSandboxMechanism, PurchaseStory) {
+  const std::string product = "com.velquist.demo.pro.weekly";
+  Batches batches;
+  velquist_observation* observation = nullptr;
+  ASSERT_EQ(velquist_follow_transactions(sandbox_, GetParam(), &Batches::callback, &batches, &observation), VELQUIST_OK)
+      << velquist_last_error();
+
+  ASSERT_EQ(velquist_buy(sandbox_, product.c_str(), nullptr), VELQUIST_OK);
+  const auto purchased = awaitRecord(observation, batches, product, "purchased");
+  ASSERT_TRUE(purchased) << velquist_last_error();
+  EXPECT_TRUE(field(*purchased, "isStartTrial").boolValue());
+  const std::string id = field(*purchased, "id").stringValue();
+  EXPECT_EQ(velquist_finish(sandbox_, id.c_str()), VELQUIST_OK) << velquist_last_error();
+  EXPECT_EQ(velquist_finish(sandbox_, "no-such-transaction"), VELQUIST_ERROR_INVALID_ARGUMENT);
+
+  ASSERT_EQ(velquist_restore(sandbox_), VELQUIST_OK);
+  const auto restored = awaitRecord(observation, batches, product, "restored");
+  ASSERT_TRUE(restored);
+  EXPECT_FALSE(field(*restored, "isStartTrial").boolValue());
+  EXPECT_EQ(field(*restored, "originalID").stringValue(), id);
+  EXPECT_EQ(velquist_finish(sandbox_, nullptr), VELQUIST_OK);
+  ASSERT_EQ(velquist_sandbox_wait_until_idle(sandbox_), VELQUIST_OK);
+
+  std::set<std::string> seen;
+  for (const auto& record : batches.records()) {
+    const std::string key = velquist::foundation::toJsonText(field(record, "id")) + " " + field(record, "state").stringValue();
+    EXPECT_TRUE(seen.insert(key).second) << "delivered twice: " << key;
+  }
+
+  velquist_observation_end(observation);
+  const std::size_t after = batches.all().size();
+  ASSERT_EQ(velquist_buy(sandbox_, "com.velquist.demo.coins100", nullptr), VELQUIST_OK);
+  ASSERT_EQ(velquist_sandbox_wait_until_idle(sandbox_), VELQUIST_OK);
+  EXPECT_EQ(batches.all().size(), after) << "no callback after the observation ended";
+}
+
+INSTANTIATE_TEST_SUITE_P(Mechanisms, CSandboxMechanism, testing::Values("listener", "stream"));
+
+TEST(CInterface, FormattingFromManyThreads) {
+  std::atomic<int> wrong = 0;
+  std::vector<std::thread> threads;
+  for (int index = 0; index < 4; ++index) {
+    threads.emplace_back([&, index] {
+      for (int round = 0; round < 50; ++round) {
+        char* text = nullptr;
+        const char* locale = index % 2 ? "de_DE" : "en_US";
+        if (velquist_period_text("P3M", locale, nullptr, &text) != VELQUIST_OK) {
+          ++wrong;
+          continue;
+        }
+        if (take(text) != (index % 2 ? "3 Monate" : "3 months")) ++wrong;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace
