@@ -48,6 +48,11 @@ TEST_F(AppleStoreTest, ProductsComeWithTheirOffersAndTheUnknownIdentifiers) {
     EXPECT_EQ(product, testing::catalogueProduct(product.productIdentifier)) << product.productIdentifier;
   }
   EXPECT_EQ(response.invalidProductIdentifiers, std::vector<std::string>{"gone"});
+  // Cancelled after its answer, a request asks nothing more of the store.
+  [SKStoreDouble waitForAnswers];
+  request->cancel();
+  EXPECT_EQ([SKStoreDouble cancelledRequestCount], 0u);
+  EXPECT_EQ([SKStoreDouble productsRequestCount], 1u);
   EXPECT_EQ(std::get<0>(testing::fetchProducts({"pro.monthly"})), std::vector{*testing::catalogueProduct("pro.monthly")});
 }
 
@@ -183,26 +188,13 @@ TEST_F(AppleStoreTest, ARequestCancelledBeforeItsAnswerIsSilentAndReleased) {
   EXPECT_TRUE(cancelledDelegate->failures.waitFor(0).empty());
 }
 
-TEST_F(AppleStoreTest, ACancelAfterTheAnswerAsksNothingOfTheStore) {
-  auto delegate = std::make_shared<RecordingDelegate>();
-  auto request = startRequest({"pro.monthly"}, delegate);
-  EXPECT_EQ(delegate->answers.waitFor(1).size(), 1u);
-  [SKStoreDouble waitForAnswers];
-  request->cancel();
-  EXPECT_EQ([SKStoreDouble cancelledRequestCount], 0u);
-  EXPECT_EQ([SKStoreDouble productsRequestCount], 1u);
-}
-
-TEST_F(AppleStoreTest, TheStorefrontIsReadAfreshAndItsChangesReported) {
+TEST_F(AppleStoreTest, TheStorefrontIsReadAfreshItsChangesAndRevocationsReported) {
   auto& queue = platform::SKPaymentQueue::defaultQueue();
   EXPECT_EQ(queue.storefront(), std::nullopt);
   [SKStoreDouble setStorefront:[SKStorefront recordWithValues:@{@"countryCode": @"FRA", @"identifier": @"143442"}]];
   EXPECT_EQ(queue.storefront(), (platform::SKStorefront{"FRA", "143442"}));
   [SKStoreDouble changeStorefront:[SKStorefront recordWithValues:@{@"countryCode": @"DEU", @"identifier": @"143443"}]];
   EXPECT_EQ(observer->storefronts.waitFor(1), std::vector{std::optional(platform::SKStorefront{"DEU", "143443"})});
-}
-
-TEST_F(AppleStoreTest, RevokedEntitlementsAreReported) {
   [SKStoreDouble revoke:@[@"pro.monthly", @"pro.trial"]];
   EXPECT_EQ(observer->revoked.waitFor(1), (std::vector<std::vector<std::string>>{{"pro.monthly", "pro.trial"}}));
 }

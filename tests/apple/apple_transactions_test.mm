@@ -72,38 +72,31 @@ class AppleTransactionsTest : public AppleStoreTest {
   std::size_t updates = 0;
 };
 
-TEST_F(AppleTransactionsTest, TheListenerQueueClassifiesEachPurchase) {
+TEST_F(AppleTransactionsTest, TheListenerQueueAndTheUpdatesStreamClassifyEachPurchase) {
   for (const auto& scenario : testing::scenarios()) {
     if (scenario.batch.empty()) continue;  // the framework never reports an empty batch
     SCOPED_TRACE(scenario.name);
     const auto defaults = std::make_shared<foundation::InMemoryUserDefaults>();
-    if (scenario.stored) defaults->setString(*scenario.stored, storekit::originalTransactionIDsKey);
-    const auto queue = storekit::TransactionQueue::make(storekit::TransactionQueueListenerState(defaults));
-    const auto listener = std::make_shared<testing::RecordingListener>();
-    queue->add(listener);
-    const auto standIns = report(scenario);
-    EXPECT_EQ(listener->batches.waitFor(1), std::vector<Batch>{expectedRecords(scenario, standIns)});
-    const auto stored = storekit::splitOriginalTransactionIDs(
-        defaults->stringForKey(storekit::originalTransactionIDsKey).value_or(""));
-    EXPECT_EQ(IDs(stored.begin(), stored.end()), scenario.storedAfter);
-    queue->remove(listener);
-  }
-}
-
-TEST_F(AppleTransactionsTest, TheUpdatesStreamClassifiesEachPurchase) {
-  for (const auto& scenario : testing::scenarios()) {
-    if (scenario.batch.empty()) continue;
-    SCOPED_TRACE(scenario.name);
     const auto settings = usersettings::UserSettingsClient::inMemory();
     if (scenario.stored) {
+      defaults->setString(*scenario.stored, storekit::originalTransactionIDsKey);
       settings.setData(usersettings::UserSettingsClient::Bytes(scenario.stored->begin(), scenario.stored->end()),
                        std::string(storekit::originalTransactionIDsKey));
     }
+    const auto queue = storekit::TransactionQueue::make(storekit::TransactionQueueListenerState(defaults));
+    const auto listener = std::make_shared<testing::RecordingListener>();
+    queue->add(listener);
     auto stream = storekit::PaymentQueue(settings).updates();
     const auto standIns = report(scenario);
-    EXPECT_EQ(stream.next(), expectedRecords(scenario, standIns));
-    const auto stored = storekit::originalTransactionIDs(settings);
-    EXPECT_EQ(IDs(stored.begin(), stored.end()), scenario.storedAfter);
+    const Batch expected = expectedRecords(scenario, standIns);
+    EXPECT_EQ(listener->batches.waitFor(1), std::vector<Batch>{expected});
+    EXPECT_EQ(stream.next(), expected);
+    const auto listenerStored = storekit::splitOriginalTransactionIDs(
+        defaults->stringForKey(storekit::originalTransactionIDsKey).value_or(""));
+    const auto streamStored = storekit::originalTransactionIDs(settings);
+    EXPECT_EQ(IDs(listenerStored.begin(), listenerStored.end()), scenario.storedAfter);
+    EXPECT_EQ(IDs(streamStored.begin(), streamStored.end()), scenario.storedAfter);
+    queue->remove(listener);
     storekit::detail::endPaymentQueueObservations();
   }
 }

@@ -7,7 +7,6 @@
 #include <limits>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "common/hash_testing.h"
@@ -67,16 +66,9 @@ TEST(PluralPeriodFormatStyle, FollowsTheLanguagesPluralRulesWhereTheLibraryStyle
   EXPECT_EQ(Style().format(Period::day(22)), "22 дня");
   Locale::setCurrent(std::nullopt);
 
-  for (const auto& [locale, period, expected] : std::vector<std::tuple<std::string, Period, std::string>>{
-           {"pl_PL", Period::month(5), "5 miesięcy"},
-           {"pl_PL", Period::month(22), "22 miesiące"},
-           {"ar_EG", Period::week(3), "٣ أسابيع"},
-           {"ar_EG", Period::day(11), "١١ يومًا"},
-           {"cs_CZ", Period::year(5), "5 let"},
-           {"en_US", Period::day(1000), "1,000 days"},
-           {"de_DE", Period::day(-3), "-3 Tage"}}) {
-    EXPECT_EQ(Style().format(period, Locale(locale)), expected) << locale;
-  }
+  // Grouping and negative numbers, outside what the comparison with ICU covers.
+  EXPECT_EQ(Style().format(Period::day(1000), Locale("en_US")), "1,000 days");
+  EXPECT_EQ(Style().format(Period::day(-3), Locale("de_DE")), "-3 Tage");
 }
 
 TEST(PluralPeriodFormatStyle, CollapsesExpandsAndLeavesOutTheNumberOneAsTheLibraryStyleDoes) {

@@ -228,11 +228,83 @@ TEST(Vsk, SimulatePlaysAScenarioThroughEitherMechanism) {
   expectContains(second, {"  store: com.velquist.demo.pro.monthly purchased #2 of #1\n  log info: fetch products "
                           "success\n  log info: filter transaction…\n  stream: (nothing)\n"});
   fs::remove_all(state);
+}
 
-  // A step the store cannot take stops the run.
-  const auto stuck = runVsk({"simulate", demo, writeTemporary("stuck.txt", "buy com.velquist.demo.coins100\napprove\n")});
-  EXPECT_EQ(stuck.exitCode, 1);
-  expectContains(stuck.err, {"stuck.txt:2: no purchase waits for approval"});
+// A subscription's whole life through the sandbox store: plan changes, billing trouble,
+// auto-renew, refunds, offer codes and interrupted purchases, as the real binary prints them.
+// The expected files were read line by line against the rules: plan changes by level, grace
+// and retry lengths, refunds revoking, a redeemed code and a resolved interruption classified
+// as first purchases, upgrade and downgrade renewals as renewals of #1.
+TEST(Vsk, SimulateAWholeSubscriptionLifeThroughEitherMechanism) {
+  const std::string data = std::string(VELQUIST_TEST_DATA_DIR) + "/";
+  for (const std::string mechanism : {"listener", "stream"}) {
+    SCOPED_TRACE(mechanism);
+    EXPECT_EQ(succeeds({"simulate", demo, data + "store_lifecycle.txt", "--clock", "2026-01-01", "--mechanism", mechanism}),
+              slurp(data + "store_lifecycle." + mechanism + ".out"));
+  }
+}
+
+TEST(Vsk, SimulateALaterRunContinuesAPendingDowngradeABillingRetryAndACancelledRenewal) {
+  const auto state = fs::temp_directory_path() / ("vsk_test_later_" + std::to_string(::getpid()));
+  fs::remove_all(state);
+  const auto run = [&](const char* name, const char* steps) {
+    return succeeds({"simulate", demo, writeTemporary(name, steps), "--clock", "2026-01-01", "--state", state.string()});
+  };
+  run("first.txt",
+      "buy com.velquist.demo.pro.yearly\n"
+      "buy com.velquist.demo.pro.monthly\n"     // a downgrade, waiting for the trial week to end
+      "buy com.velquist.demo.cloud.quarterly\n"
+      "cancel com.velquist.demo.cloud.quarterly\n"
+      "grace-period on\n"
+      "billing-retry on\n"
+      "advance P8D\n"                          // the yearly's renewal fails to bill
+      "finish all\n");
+  const std::string second = run("second.txt",
+                                 "status com.velquist.demo.pro.yearly\n"
+                                 "status com.velquist.demo.cloud.quarterly\n"
+                                 "billing-retry off\n"
+                                 "status com.velquist.demo.pro.yearly\n"
+                                 "advance P3M\n"
+                                 "status com.velquist.demo.cloud.quarterly\n");
+  fs::remove_all(state);
+  expectContains(second, {
+      // The grace period the first run started: 16 days from the failed renewal on 8 January.
+      "> status com.velquist.demo.pro.yearly\n"
+      "  status: com.velquist.demo.pro.yearly inGracePeriod expires 2026-01-24T00:00:00Z\n",
+      // Fixed: the renewal is the downgrade the first run asked for, under the same original.
+      "> billing-retry off\n  store: com.velquist.demo.pro.monthly purchased #4 of #1\n",
+      "  status: com.velquist.demo.pro.monthly subscribed expires 2026-02-08T00:00:00Z\n",
+      // The cancelled quarterly runs out and is not renewed.
+      "  status: com.velquist.demo.cloud.quarterly subscribed expires 2026-04-01T00:00:00Z\n",
+      "  status: com.velquist.demo.cloud.quarterly expired expires 2026-04-01T00:00:00Z\n",
+  });
+  EXPECT_EQ(second.find("cloud.quarterly purchased"), std::string::npos) << second;
+}
+
+TEST(Vsk, SimulateStopsAtAStepTheStoreCannotTakeOrCannotRead) {
+  const struct {
+    std::string steps;
+    int exitCode;
+    std::string message;
+    std::string clock = "2026-01-01";
+  } cases[] = {
+      {"buy com.velquist.demo.coins100\napprove\n", 1, "steps.txt:2: no purchase waits for approval"},
+      {"resume com.velquist.demo.pro.yearly\n", 1, "steps.txt:1: no active subscription"},
+      {"buy com.velquist.demo.pro.weekly\ncancel com.velquist.demo.cloud.monthly\n", 1, "steps.txt:2: no active"},
+      {"refund com.velquist.demo.coins100\n", 1, "steps.txt:1: no purchase of"},
+      {"redeem com.velquist.demo.pro.monthly nope\n", 1, "has no code offer \"nope\""},
+      {"resolve-interrupted\n", 1, "no interrupted purchase waits"},
+      {"status nope\n", 1, "no product \"nope\""},
+      {"billing-retry maybe\n", 2, "steps.txt:1: cannot read the step"},
+      {"redeem com.velquist.demo.pro.monthly\n", 2, "cannot read the step"},
+      {"status\n", 2, "cannot read the day '2026-02-30'", "2026-02-30"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.steps);
+    const auto run = runVsk({"simulate", demo, writeTemporary("steps.txt", c.steps), "--clock", c.clock});
+    EXPECT_EQ(run.exitCode, c.exitCode);
+    expectContains(run.err, {c.message});
+  }
 }
 
 }  // namespace
