@@ -135,10 +135,15 @@ struct FileLock::Held {
 
 namespace {
 
-std::mutex heldLocksMutex;
+// Never destroyed: the last owner of a lock may let go of it on a worker thread while the
+// process exits, after static objects are gone.
+std::mutex& heldLocksMutex() {
+  static auto* const mutex = new std::mutex;
+  return *mutex;
+}
 std::map<std::string, std::weak_ptr<FileLock::Held>>& heldLocks() {
-  static std::map<std::string, std::weak_ptr<FileLock::Held>> locks;
-  return locks;
+  static auto* const locks = new std::map<std::string, std::weak_ptr<FileLock::Held>>;
+  return *locks;
 }
 
 std::string holderOf(int fd) {
@@ -155,14 +160,14 @@ FileLock::Held::~Held() {
   // Lets go of the lock first: a thread of this process may be waiting for it in `acquire`,
   // holding the registry's mutex.
   ::close(fd);
-  std::lock_guard guard(heldLocksMutex);
+  std::lock_guard guard(heldLocksMutex());
   const auto found = heldLocks().find(key);
   if (found != heldLocks().end() && found->second.expired()) heldLocks().erase(found);
 }
 
 FileLock FileLock::acquire(const fs::path& lockFile, std::chrono::milliseconds wait) {
   const std::string key = fs::absolute(lockFile).lexically_normal().string();
-  std::lock_guard guard(heldLocksMutex);
+  std::lock_guard guard(heldLocksMutex());
   if (const auto found = heldLocks().find(key); found != heldLocks().end()) {
     if (auto held = found->second.lock()) return FileLock(std::move(held));
   }
