@@ -13,6 +13,8 @@ void SKPaymentTransactionObserver::didRevokeEntitlementsForProductIdentifiers(SK
                                                                               const std::vector<std::string>&) {}
 void SKPaymentTransactionObserver::storefrontDidChange(SKPaymentQueue&) {}
 
+bool SKPaymentQueueDelegate::shouldShowPriceConsent(SKPaymentQueue&) { return true; }
+
 SKPaymentQueue& SKPaymentQueue::defaultQueue() {
   // Never destroyed: a store may still report from a background worker while the process
   // exits, after static objects are gone.
@@ -77,6 +79,25 @@ void SKPaymentQueue::restoreCompletedTransactions(const std::optional<std::strin
 std::optional<SKStorefront> SKPaymentQueue::storefront() const {
   const auto backend = defaultStoreBackend();
   return backend ? backend->storefront() : std::nullopt;
+}
+
+void SKPaymentQueue::setDelegate(const std::shared_ptr<SKPaymentQueueDelegate>& delegate) {
+  support::LockGuard lock(mutex_);
+  delegate_ = delegate;
+}
+
+std::shared_ptr<SKPaymentQueueDelegate> SKPaymentQueue::delegate() const {
+  support::LockGuard lock(mutex_);
+  return delegate_.lock();
+}
+
+void SKPaymentQueue::showPriceConsentIfNeeded() {
+  if (auto backend = defaultStoreBackend()) backend->showPriceConsentIfNeeded();
+}
+
+bool SKPaymentQueue::shouldShowPriceConsent() {
+  const auto current = delegate();
+  return !current || current->shouldShowPriceConsent(*this);
 }
 
 void SKPaymentQueue::reportUpdatedTransactions(const Transactions& transactions) {

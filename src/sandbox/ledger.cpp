@@ -14,6 +14,7 @@
 namespace velquist::sandbox::detail {
 namespace {
 
+using foundation::Decimal;
 using foundation::JsonValue;
 using Date = Ledger::Date;
 using std::chrono::milliseconds;
@@ -76,6 +77,9 @@ void addLaterFields(ObjectBuilder& object, const LedgerEntry& entry) {
   if (entry.autoRenewOff) object.add("autoRenewOff", true);
   if (entry.billingIssueSince) object.add("billingIssueSince", millisecondsOf(*entry.billingIssueSince));
   if (entry.gracePeriodEnd) object.add("gracePeriodEnd", millisecondsOf(*entry.gracePeriodEnd));
+  if (entry.price) object.add("price", std::string_view(entry.price->description()));
+  if (entry.priceIncrease) object.add("priceIncrease", std::string_view(entry.priceIncrease->description()));
+  if (entry.priceConsentShown) object.add("priceConsentShown", true);
 }
 
 JsonValue entryJson(const LedgerEntry& entry) {
@@ -149,6 +153,19 @@ class Reader {
   }
   // Milliseconds since 1970; the clock counts nanoseconds and overflows past 2262, so dates
   // are kept to 1970...2199, which leaves room for the renewals that follow them.
+  // A price kept as its decimal text, "5.99".
+  Decimal price() const {
+    const std::string digits = text();
+    const auto value = Decimal::fromString(digits);
+    if (!value || value->isNaN() || value->description() != digits) fail("expected a price, found \"" + digits + "\"");
+    return *value;
+  }
+  std::vector<std::pair<std::string, Reader>> members() const {
+    requireObject();
+    std::vector<std::pair<std::string, Reader>> readers;
+    for (const auto& [key, value] : value_.objectValue()) readers.emplace_back(key, Reader(file_, childPath(key), value));
+    return readers;
+  }
   Date date() const {
     const std::int64_t count = integer();
     if (count < 0 || count >= latestDate) {
@@ -196,6 +213,9 @@ void readLaterFields(const Reader& reader, LedgerEntry& entry) {
   entry.autoRenewOff = flag("autoRenewOff");
   if (auto date = reader.optionalMember("billingIssueSince")) entry.billingIssueSince = date->date();
   if (auto date = reader.optionalMember("gracePeriodEnd")) entry.gracePeriodEnd = date->date();
+  if (auto price = reader.optionalMember("price")) entry.price = price->price();
+  if (auto price = reader.optionalMember("priceIncrease")) entry.priceIncrease = price->price();
+  entry.priceConsentShown = flag("priceConsentShown");
 }
 
 LedgerEntry readEntry(const Reader& reader) {
@@ -276,6 +296,9 @@ std::optional<Ledger> readLedger(const std::filesystem::path& path) {
   ledger.nextIdentifier = static_cast<std::uint64_t>(nextIdentifier);
   const Reader transactions = root.member("transactions");
   for (const Reader& entry : transactions.elements()) ledger.entries.push_back(readEntry(entry));
+  if (auto prices = root.optionalMember("prices")) {
+    for (const auto& [product, price] : prices->members()) ledger.prices.insert_or_assign(product, price.price());
+  }
   requireFirstPurchasesAsOriginals(ledger, path);
   return ledger;
 }
@@ -284,12 +307,17 @@ void writeLedger(const std::filesystem::path& path, const Ledger& ledger) {
   JsonValue::Array entries;
   entries.reserve(ledger.entries.size());
   for (const LedgerEntry& entry : ledger.entries) entries.push_back(entryJson(entry));
-  JsonValue json = ObjectBuilder()
-                       .add("format", kFormat)
-                       .add("clock", millisecondsOf(ledger.clock))
-                       .add("nextIdentifier", static_cast<std::int64_t>(ledger.nextIdentifier))
-                       .add("transactions", JsonValue(std::move(entries)))
-                       .build();
+  ObjectBuilder root;
+  root.add("format", kFormat)
+      .add("clock", millisecondsOf(ledger.clock))
+      .add("nextIdentifier", static_cast<std::int64_t>(ledger.nextIdentifier))
+      .add("transactions", JsonValue(std::move(entries)));
+  if (!ledger.prices.empty()) {  // left out until a price is raised, like the entries' later fields
+    ObjectBuilder prices;
+    for (const auto& [product, price] : ledger.prices) prices.add(product, std::string_view(price.description()));
+    root.add("prices", prices.build());
+  }
+  JsonValue json = root.build();
   foundation::writeFileAtomically(path, foundation::toJsonText(json, {.prettyPrinted = true}));
 }
 
@@ -333,6 +361,7 @@ std::string receiptText(const Ledger& ledger, const std::optional<std::string>& 
     if (entry.expiresDate) object.add("expires_date", std::string_view(iso8601Text(*entry.expiresDate)));
     if (entry.offer != LedgerEntry::OfferKind::none) object.add("offer_type", offerName(entry.offer));
     object.addIfPresent("offer_identifier", entry.offerIdentifier);
+    if (entry.price) object.add("price", std::string_view(entry.price->description()));
     if (entry.revocationDate) {
       object.add("cancellation_date", std::string_view(iso8601Text(*entry.revocationDate)))
           .add("cancellation_reason", std::string_view(std::to_string(entry.revocationReason.value_or(0))));

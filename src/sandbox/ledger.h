@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +22,8 @@ struct Ledger {
   /// The number the next transaction identifier gets.
   std::uint64_t nextIdentifier = 1;
   std::vector<LedgerEntry> entries;
+  /// Prices the customer agreed to raise, by product, replacing the file's.
+  std::map<std::string, Decimal> prices;
 
   friend bool operator==(const Ledger&, const Ledger&) = default;
 };

@@ -207,7 +207,23 @@ class SandboxStore::State {
   std::optional<platform::SKProduct> product(std::string_view productID) const VELQUIST_REQUIRES(mutex) {
     const auto entry = detail::findEntry(configuration, productID);
     if (!entry) return std::nullopt;
-    return detail::makeStoreProduct(*entry, metadataLocale(), priceLocale());
+    return storeProduct(*entry, metadataLocale(), priceLocale());
+  }
+
+  // A product as the store sells it now: at the price the customer agreed to raise it to.
+  platform::SKProduct storeProduct(const CatalogueEntry& entry, const std::string& language,
+                                   const foundation::Locale& locale) const VELQUIST_REQUIRES(mutex) {
+    platform::SKProduct product = detail::makeStoreProduct(entry, language, locale);
+    if (const auto raised = ledger_.prices.find(product.productIdentifier); raised != ledger_.prices.end()) {
+      product.price = raised->second;
+    }
+    return product;
+  }
+
+  // The price a renewal of the product is charged without an offer.
+  Decimal currentPrice(const CatalogueEntry& entry) const VELQUIST_REQUIRES(mutex) {
+    const auto raised = ledger_.prices.find(entry.product->productID);
+    return raised != ledger_.prices.end() ? raised->second : entry.product->price;
   }
 
   std::variant<platform::SKProductsResponse, SKError> answer(const std::unordered_set<std::string>& identifiers) const
@@ -219,7 +235,7 @@ class SandboxStore::State {
     // Products in the catalogue's order; unknown identifiers sorted so answers repeat.
     for (const std::string& identifier : detail::catalogueIdentifiers(configuration)) {
       if (identifiers.contains(identifier)) {
-        response.products.push_back(detail::makeStoreProduct(*detail::findEntry(configuration, identifier), language, locale));
+        response.products.push_back(storeProduct(*detail::findEntry(configuration, identifier), language, locale));
       }
     }
     for (const std::string& identifier : identifiers) {
@@ -567,6 +583,11 @@ class SandboxStore::State {
       if (latest.revocationDate) break;
       LedgerEntry* first = entryNamed(original);
       if (first && (first->autoRenewOff || first->billingIssueSince)) break;
+      if (first && first->priceIncrease) {  // no consent by the renewal: declined
+        decline(*first);
+        changed = true;
+        break;
+      }
       if (billingFails_) {
         if (!first) break;
         const auto found = detail::findEntry(configuration, latest.productIdentifier);
@@ -629,7 +650,29 @@ class SandboxStore::State {
                                               .purchaseDate = purchaseDate});
     renewal.stackedCodeOffer = std::move(stacked);
     apply(renewal, *term, start);
+    if (renewal.offer == LedgerEntry::OfferKind::none && ledger_.prices.contains(productID)) {
+      renewal.price = ledger_.prices.at(productID);
+    }
     return true;
+  }
+
+  // The customer declined a price increase: auto-renew goes off, as when they cancel.
+  static void decline(LedgerEntry& first) {
+    first.priceIncrease.reset();
+    first.priceConsentShown = false;
+    first.autoRenewOff = true;
+    first.pendingChange.reset();
+  }
+
+  // The first purchase of the customer's renewing subscription to `productID`, the product
+  // held now; null when there is none.
+  LedgerEntry* renewingSubscription(const std::string& productID) VELQUIST_REQUIRES(mutex) {
+    const auto found = detail::findEntry(configuration, productID);
+    const auto chain = found && found->group ? chainInGroup(*found->group) : std::nullopt;
+    LedgerEntry* first = chain ? entryNamed(chain->first) : nullptr;
+    if (!first || first->autoRenewOff) return nullptr;
+    const LedgerEntry& latest = ledger_.entries[chain->second];
+    return isSubscribed(*first, latest) && latest.productIdentifier == productID ? first : nullptr;
   }
 
   // The customer fixed their payment: every subscription within its retry window is charged
@@ -1068,8 +1111,7 @@ void SandboxStore::cancelAutoRenew(std::string_view productIdentifier) {
     const LedgerEntry* pending = first->pendingChange ? state.entryNamed(*first->pendingChange) : nullptr;
     if (state.ledger_.entries[chain->second].productIdentifier == productID ||
         (pending && pending->productIdentifier == productID)) {
-      first->autoRenewOff = true;
-      first->pendingChange.reset();  // turning renewal off drops a plan change with it
+      State::decline(*first);  // turning renewal off drops a plan change and a price increase with it
       state.saveOrLog();
       state.wakeTimer();
       return;
@@ -1112,6 +1154,83 @@ void SandboxStore::refund(std::string_view productIdentifier, std::int64_t reaso
     platform::SKPaymentQueue::defaultQueue().reportDidRevokeEntitlements(products);
   });
   state.wakeTimer();
+}
+
+bool SandboxStore::requestPriceIncrease(std::string_view productIdentifier, const Decimal& newPrice) {
+  State& state = *state_;
+  const std::string productID(productIdentifier);
+  std::string original;
+  {
+    support::LockGuard lock(state.mutex);
+    LedgerEntry* first = state.renewingSubscription(productID);
+    if (!first) throw std::invalid_argument("no active subscription to \"" + productID + "\" renews");
+    if (first->priceIncrease) throw std::invalid_argument("a price increase of \"" + productID + "\" already waits");
+    const Decimal current = state.currentPrice(*detail::findEntry(state.configuration, productID));
+    if (newPrice.isNaN() || !(current < newPrice)) {
+      throw std::invalid_argument("the new price " + newPrice.description() + " of \"" + productID +
+                                  "\" is not above its price " + current.description());
+    }
+    first->priceIncrease = newPrice;
+    first->priceConsentShown = false;
+    original = first->identifier;
+    state.saveOrLog();
+    state.wakeTimer();
+  }
+  // The delegate is the app's code: it is asked without the store's lock.
+  if (!platform::SKPaymentQueue::defaultQueue().shouldShowPriceConsent()) return false;
+  support::LockGuard lock(state.mutex);
+  LedgerEntry* first = state.entryNamed(original);
+  if (!first || first->priceIncrease != newPrice) return false;  // answered or declined meanwhile
+  first->priceConsentShown = true;
+  state.saveOrLog();
+  return true;
+}
+
+void SandboxStore::showPriceConsentIfNeeded() {
+  State& state = *state_;
+  support::LockGuard lock(state.mutex);
+  bool changed = false;
+  for (LedgerEntry& entry : state.ledger_.entries) {
+    if (entry.priceIncrease && !entry.priceConsentShown) changed = entry.priceConsentShown = true;
+  }
+  if (changed) state.saveOrLog();
+}
+
+void SandboxStore::respondToPriceIncrease(std::string_view productIdentifier, bool agree) {
+  State& state = *state_;
+  support::LockGuard lock(state.mutex);
+  const std::string productID(productIdentifier);
+  LedgerEntry* first = state.renewingSubscription(productID);
+  if (!first || !first->priceIncrease || !first->priceConsentShown) {
+    throw std::invalid_argument("no price consent for \"" + productID + "\" waits for an answer");
+  }
+  if (agree) {
+    state.ledger_.prices.insert_or_assign(productID, *first->priceIncrease);
+    first->priceIncrease.reset();
+    first->priceConsentShown = false;
+  } else {
+    State::decline(*first);
+  }
+  state.saveOrLog();
+  state.wakeTimer();
+}
+
+std::vector<PriceConsent> SandboxStore::pendingPriceConsents() const {
+  support::LockGuard lock(state_->mutex);
+  std::vector<PriceConsent> consents;
+  for (const LedgerEntry& entry : state_->ledger_.entries) {
+    if (!entry.priceIncrease) continue;
+    // The product the increase is for: the one the chain holds now.
+    std::string productID = entry.productIdentifier;
+    for (const LedgerEntry& later : state_->ledger_.entries) {
+      if (later.originalIdentifier == entry.identifier && later.state == TransactionState::purchased &&
+          !later.changesAtRenewal) {
+        productID = later.productIdentifier;
+      }
+    }
+    consents.push_back({.productIdentifier = productID, .newPrice = *entry.priceIncrease, .shown = entry.priceConsentShown});
+  }
+  return consents;
 }
 
 std::optional<std::string> SandboxStore::redeemOfferCode(std::string_view productIdentifier, std::string_view offer) {

@@ -684,6 +684,56 @@ TEST_F(SandboxStoreTest, AutoRenewOffRefundsAndStatus) {
   EXPECT_EQ(settle(), Lines{"storefront changed"});
 }
 
+TEST_F(SandboxStoreTest, PriceIncreasesWaitForConsent) {
+  // cloud.quarterly: $19.99 every three months, no offer for a first purchase after kStart.
+  struct Sheet : platform::SKPaymentQueueDelegate {
+    bool shows = true;
+    bool shouldShowPriceConsent(SKPaymentQueue&) override { return shows; }
+  };
+  const struct {
+    bool shows;
+    bool showLater;
+    std::optional<bool> agree;  // no answer by the renewal counts as declined
+    const char* status;
+    const char* price;          // the renewal's, and the product's afterwards
+  } cases[] = {
+      {true, false, true, "subscribed cloud.quarterly 2026-07-01", "25"},
+      {true, false, false, "expired cloud.quarterly 2026-04-01", "19.99"},
+      {false, true, true, "subscribed cloud.quarterly 2026-07-01", "25"},
+      {false, true, std::nullopt, "expired cloud.quarterly 2026-04-01", "19.99"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.shows << c.showLater << c.agree.value_or(2));
+    auto sheet = std::make_shared<Sheet>();
+    sheet->shows = c.shows;
+    SKPaymentQueue::defaultQueue().setDelegate(sheet);
+    reopen({}, {.clockStart = kStart});
+    buy("cloud.quarterly");
+    EXPECT_THROW(store->requestPriceIncrease(id("cloud.quarterly"), Decimal(1999, -2)), std::invalid_argument);
+    EXPECT_EQ(store->requestPriceIncrease(id("cloud.quarterly"), Decimal(25)), c.shows);
+    EXPECT_THROW(store->requestPriceIncrease(id("cloud.quarterly"), Decimal(30)), std::invalid_argument) << "waits";
+    if (!c.shows) {
+      EXPECT_THROW(store->respondToPriceIncrease(id("cloud.quarterly"), true), std::invalid_argument) << "not shown";
+    }
+    if (c.showLater) SKPaymentQueue::defaultQueue().showPriceConsentIfNeeded();
+    EXPECT_EQ(store->pendingPriceConsents(), (std::vector<PriceConsent>{{id("cloud.quarterly"), Decimal(25), true}}));
+    if (c.agree) store->respondToPriceIncrease(id("cloud.quarterly"), *c.agree);
+    platform::setDefaultStoreBackend(nullptr);
+    store.reset();
+    open();  // a later process goes on with the consent
+    store->advanceClock(std::chrono::days(91));
+    settle();
+    EXPECT_EQ(statusLine(store->subscriptionStatus(id("cloud.quarterly"))), c.status);
+    EXPECT_EQ(store->product(id("cloud.quarterly"))->price.description(), c.price);
+    const auto receipt = foundation::parseJson(*foundation::readFileIfPresent(store->receiptPath()));
+    const auto& purchases = receipt.find("in_app")->arrayValue();
+    const auto* charged = purchases.back().find("price");
+    EXPECT_EQ(charged ? charged->stringValue() : "19.99", c.price) << purchases.size();
+    EXPECT_TRUE(store->pendingPriceConsents().empty());
+  }
+  SKPaymentQueue::defaultQueue().setDelegate(nullptr);
+}
+
 TEST_F(SandboxStoreTest, OfferCodesForEligibleCustomersOnly) {
   // pro.monthly's code offer "Half year code" (C3000005): pay up front for six months, for
   // new and expired customers, stackable on the introductory offer (three months, paid

@@ -244,7 +244,7 @@ TEST(Vsk, SimulateAWholeSubscriptionLifeThroughEitherMechanism) {
   }
 }
 
-TEST(Vsk, SimulateALaterRunContinuesAPendingDowngradeABillingRetryAndACancelledRenewal) {
+TEST(Vsk, SimulateALaterRunContinuesAPendingDowngradeABillingRetryACancelledRenewalAndAPriceConsent) {
   const auto state = fs::temp_directory_path() / ("vsk_test_later_" + std::to_string(::getpid()));
   fs::remove_all(state);
   const auto run = [&](const char* name, const char* steps) {
@@ -265,8 +265,15 @@ TEST(Vsk, SimulateALaterRunContinuesAPendingDowngradeABillingRetryAndACancelledR
                                  "billing-retry off\n"
                                  "status com.velquist.demo.pro.yearly\n"
                                  "advance P3M\n"
-                                 "status com.velquist.demo.cloud.quarterly\n");
+                                 "status com.velquist.demo.cloud.quarterly\n"
+                                 "consent-sheet defer\n"
+                                 "price-increase com.velquist.demo.pro.monthly 12.99\n");
+  // The sheet the second run's delegate deferred is shown, and answered, by a third.
+  const std::string third = run("third.txt", "show-price-consent\nconsent com.velquist.demo.pro.monthly agree\n");
   fs::remove_all(state);
+  EXPECT_EQ(second.find("price consent shown"), std::string::npos) << second;
+  expectContains(third, {"> show-price-consent\n  store: price consent shown for com.velquist.demo.pro.monthly ($12.99)\n"
+                         "> consent com.velquist.demo.pro.monthly agree\n"});
   expectContains(second, {
       // The grace period the first run started: 16 days from the failed renewal on 8 January.
       "> status com.velquist.demo.pro.yearly\n"

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -15,6 +17,7 @@
 #include "velquist/platform/sk_payment_queue.h"
 #include "velquist/sandbox/sandbox_store.h"
 #include "velquist/storekit/product/iso8601_period.h"
+#include "velquist/storekit/product/product_from_store.h"
 #include "velquist/storekit/transactions/payment_queue.h"
 #include "velquist/storekit/transactions/transaction_queue.h"
 #include "velquist/usersettings/user_settings_client.h"
@@ -115,6 +118,7 @@ class WatchedStore final : public platform::StoreBackend {
   }
   std::optional<platform::SKStorefront> storefront() const override { return store_->storefront(); }
   void transactionObserverAdded() override { store_->transactionObserverAdded(); }
+  void showPriceConsentIfNeeded() override { store_->showPriceConsentIfNeeded(); }
 
  private:
   const std::shared_ptr<sandbox::SandboxStore> store_;
@@ -196,6 +200,26 @@ class PrintingListener final : public storekit::TransactionQueueListener {
   Progress& progress_;
 };
 
+// The app's payment queue delegate: whether a price consent sheet may show now, as the
+// `consent-sheet` step last said (shown by default, as without a delegate).
+class ConsentSheetDelegate final : public platform::SKPaymentQueueDelegate {
+ public:
+  bool shouldShowPriceConsent(SKPaymentQueue&) override { return shows.load(); }
+
+  std::atomic<bool> shows{true};
+};
+
+// A price as a step writes it: digits with an optional fraction, "5.99".
+std::optional<foundation::Decimal> priceNamed(const std::string& text) {
+  const auto point = text.find('.');
+  const auto digits = [](std::string_view part) {
+    return !part.empty() && std::ranges::all_of(part, [](char c) { return c >= '0' && c <= '9'; });
+  };
+  if (!digits(std::string_view(text).substr(0, point))) return std::nullopt;
+  if (point != std::string::npos && !digits(std::string_view(text).substr(point + 1))) return std::nullopt;
+  return foundation::Decimal::fromString(text);
+}
+
 // A mistake in the scenario file, named by file and line; the run stops before it starts.
 [[noreturn]] void scenarioError(const std::string& file, std::size_t line, const std::string& reason) {
   throw UsageError(file + ":" + std::to_string(line) + ": " + reason);
@@ -232,6 +256,10 @@ bool isWellFormed(const Step& step) {
     return w.size() == 2;
   }
   if (verb == "redeem") return w.size() >= 3;
+  if (verb == "price-increase") return w.size() == 3 && priceNamed(w[2]);
+  if (verb == "consent") return w.size() == 3 && (w[2] == "agree" || w[2] == "decline");
+  if (verb == "consent-sheet") return w.size() == 2 && (w[1] == "show" || w[1] == "defer");
+  if (verb == "show-price-consent") return w.size() == 1;
   if (verb == "approve" || verb == "decline" || verb == "restore" || verb == "resolve-interrupted") return w.size() == 1;
   if (verb == "finish") return w.size() == 2 && w[1] == "all";
   return false;
@@ -281,7 +309,8 @@ std::optional<std::chrono::system_clock::time_point> dayNamed(const std::string&
 
 // Plays one well-formed step. Throws std::invalid_argument when the store cannot do it now
 // (nothing to approve, no active subscription to renew).
-void play(const Step& step, sandbox::SandboxStore& store, StoreWatcher& watcher, Output& output) {
+void play(const Step& step, sandbox::SandboxStore& store, StoreWatcher& watcher, ConsentSheetDelegate& consentSheet,
+          Output& output) {
   const auto& w = step.words;
   const std::string& verb = step.verb();
   SKPaymentQueue& queue = SKPaymentQueue::defaultQueue();
@@ -336,6 +365,23 @@ void play(const Step& step, sandbox::SandboxStore& store, StoreWatcher& watcher,
     if (const auto refusal = store.redeemOfferCode(w[1], offer)) {
       output.add("  store: " + w[1] + " not eligible for " + offer + ": " + *refusal);
     }
+  } else if (verb == "price-increase" || verb == "show-price-consent") {
+    const auto waiting = store.pendingPriceConsents();
+    if (verb == "price-increase") {
+      store.requestPriceIncrease(w[1], *priceNamed(w[2]));
+    } else {
+      queue.showPriceConsentIfNeeded();
+    }
+    // A line for each sheet shown by this step.
+    for (const auto& consent : store.pendingPriceConsents()) {
+      if (!consent.shown || std::ranges::find(waiting, consent) != waiting.end()) continue;
+      output.add("  store: price consent shown for " + consent.productIdentifier + " (" +
+                 storekit::recordDisplayPrice(consent.newPrice, store.priceLocale()) + ")");
+    }
+  } else if (verb == "consent") {
+    store.respondToPriceIncrease(w[1], w[2] == "agree");
+  } else if (verb == "consent-sheet") {
+    consentSheet.shows = w[1] == "show";
   } else if (verb == "status") {
     const auto status = store.subscriptionStatus(w[1]);
     // The product the customer holds in the group, which may be another than the one named.
@@ -387,11 +433,20 @@ Command simulateCommand() {
                  "  buy-outside <product>             a purchase made outside the app, reported purchased\n"
                  "  status <product>                  print the state of the subscription held in the\n"
                  "                                    product's group, naming the product held\n"
+                 "  price-increase <product> <price>  raise the price of the subscription held (5.99):\n"
+                 "                                    the customer is asked to consent\n"
+                 "  consent <product> agree|decline   answer the consent sheet shown: agreeing charges the\n"
+                 "                                    new price from the next renewal, declining (or no\n"
+                 "                                    answer by then) lets the subscription run out\n"
+                 "  consent-sheet show|defer          what the app's payment queue delegate answers when\n"
+                 "                                    the store would show a consent sheet (default show)\n"
+                 "  show-price-consent                show the consent sheets the delegate deferred\n"
                  "\n"
                  "Buying another subscription of the group one holds follows the group's levels: a higher\n"
                  "level (or the same level and period) at once, a lower one (or another period) at the\n"
                  "next renewal. Lines the store adds: 'store: revoked <product>' when a refund ends an\n"
                  "entitlement, 'store: <product> not eligible for <offer>: <why>' when a code is refused,\n"
+                 "'store: price consent shown for <product> (<new price>)' when a consent sheet shows,\n"
                  "'status: <product> <state> [expires <date>]' with state subscribed, expired,\n"
                  "inBillingRetryPeriod, inGracePeriod, revoked or not subscribed.\n"
                  "\n"
@@ -461,6 +516,9 @@ Command simulateCommand() {
             });
           }
 
+          auto consentSheet = std::make_shared<ConsentSheetDelegate>();
+          SKPaymentQueue::defaultQueue().setDelegate(consentSheet);
+
           auto gate = std::make_shared<Gate>(output, progress);
           SKPaymentQueue::defaultQueue().addTransactionObserver(gate);
 
@@ -486,7 +544,7 @@ Command simulateCommand() {
             for (const auto& word : step.words) out << " " << word;
             out << "\n";
             try {
-              play(step, *store, *watcher, output);
+              play(step, *store, *watcher, *consentSheet, output);
             } catch (const std::invalid_argument& error) {
               err << "vsk simulate: " << scenarioFile << ":" << step.line << ": " << error.what() << "\n";
               result = failure;
@@ -498,6 +556,7 @@ Command simulateCommand() {
           if (mechanism == "listener") storekit::TransactionQueue::live()->remove(listener);
           SKPaymentQueue::defaultQueue().removeTransactionObserver(gate);
           SKPaymentQueue::defaultQueue().removeTransactionObserver(watcher);
+          SKPaymentQueue::defaultQueue().setDelegate(nullptr);
           logging::setLogSink(nullptr);
           platform::setDefaultStoreBackend(nullptr);
           return result;

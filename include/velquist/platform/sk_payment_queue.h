@@ -43,6 +43,18 @@ class SKPaymentTransactionObserver {
   virtual void storefrontDidChange(SKPaymentQueue& queue);
 };
 
+/// What the app tells the payment queue when the store asks. Every operation has a default.
+///
+/// Called on the thread the store asks from, never while the queue holds a lock.
+class SKPaymentQueueDelegate {
+ public:
+  virtual ~SKPaymentQueueDelegate() = default;
+
+  /// Whether the store may show the price consent sheet for a subscription whose price went
+  /// up now (the default). Answering false defers it until `showPriceConsentIfNeeded()`.
+  virtual bool shouldShowPriceConsent(SKPaymentQueue& queue);
+};
+
 /// The store's payment queue: payments go in, and observers hear how the resulting
 /// transactions progress. There is one, `defaultQueue()`, and the process-wide store
 /// backend (store_backend.h) does the work behind it.
@@ -83,6 +95,14 @@ class SKPaymentQueue {
   /// The storefront of the signed-in account, read afresh from the backend on every call.
   std::optional<SKStorefront> storefront() const;
 
+  /// The delegate is held weakly, like the observers: whoever sets it keeps it alive.
+  /// Setting an empty pointer removes it.
+  void setDelegate(const std::shared_ptr<SKPaymentQueueDelegate>& delegate) VELQUIST_EXCLUDES(mutex_);
+  /// The delegate, while it is alive.
+  std::shared_ptr<SKPaymentQueueDelegate> delegate() const VELQUIST_EXCLUDES(mutex_);
+  /// Shows the price consent sheets the delegate deferred (nothing without a backend).
+  void showPriceConsentIfNeeded();
+
   // For store backends: tell every observer, on the calling thread.
   void reportUpdatedTransactions(const Transactions& transactions);
   void reportRemovedTransactions(const Transactions& transactions);
@@ -90,12 +110,16 @@ class SKPaymentQueue {
   void reportRestoreCompletedTransactionsFailed(const SKError& error);
   void reportDidRevokeEntitlements(const std::vector<std::string>& productIdentifiers);
   void reportStorefrontDidChange();
+  /// Whether a price consent sheet may be shown now: the delegate's answer, true without one.
+  /// Called outside the queue's lock.
+  bool shouldShowPriceConsent() VELQUIST_EXCLUDES(mutex_);
 
  private:
   SKPaymentQueue() = default;
 
   mutable support::Mutex mutex_;
   std::vector<std::weak_ptr<SKPaymentTransactionObserver>> observers_ VELQUIST_GUARDED_BY(mutex_);
+  std::weak_ptr<SKPaymentQueueDelegate> delegate_ VELQUIST_GUARDED_BY(mutex_);
 };
 
 }  // namespace velquist::platform

@@ -48,6 +48,9 @@ class StoreBackend {
   /// queue). A store that resumes after a restart reports the transactions the app had not
   /// finished from here on. Does nothing unless overridden.
   virtual void transactionObserverAdded() {}
+  /// The app asks for the price consent sheets its queue delegate deferred to be shown now.
+  /// Does nothing unless overridden.
+  virtual void showPriceConsentIfNeeded() {}
 };
 
 /// The backend every store stand-in uses; empty until the host sets one.

@@ -104,6 +104,8 @@ struct LedgerEntry {
   /// When it was refunded, and why (0 other, 1 a problem with the app): the entitlement ended then.
   std::optional<Date> revocationDate;
   std::optional<std::int64_t> revocationReason;
+  /// What a renewal was charged when the customer agreed to a higher price than the file's.
+  std::optional<Decimal> price;
 
   // The renewal state of a subscription, kept on its first purchase for the whole chain.
 
@@ -115,6 +117,10 @@ struct LedgerEntry {
   /// to fix it, for `gracePeriodEnd` with access and until the retry window closes without.
   std::optional<Date> billingIssueSince;
   std::optional<Date> gracePeriodEnd;
+  /// A price increase waiting for the customer's consent, and whether the consent sheet was
+  /// shown (not while the payment queue's delegate defers it).
+  std::optional<Decimal> priceIncrease;
+  bool priceConsentShown = false;
 
   friend bool operator==(const LedgerEntry&, const LedgerEntry&) = default;
 };
@@ -134,6 +140,16 @@ struct SubscriptionStatus {
   std::optional<std::chrono::system_clock::time_point> expiresDate;
 
   friend bool operator==(const SubscriptionStatus&, const SubscriptionStatus&) = default;
+};
+
+/// A price increase of a subscription waiting for the customer's consent.
+struct PriceConsent {
+  std::string productIdentifier;
+  Decimal newPrice;
+  /// The consent sheet was shown; false while the payment queue's delegate defers it.
+  bool shown = false;
+
+  friend bool operator==(const PriceConsent&, const PriceConsent&) = default;
 };
 
 /// The platform's name of a state: "subscribed", "expired", "inBillingRetryPeriod",
@@ -177,6 +193,10 @@ std::string_view name(SubscriptionStatus::State state);
 ///   follows the introductory offer of a customer new to the group); purchases can be
 ///   interrupted (`_billingIssuesEnabled`: they fail until resolved, then a new purchased
 ///   transaction arrives).
+/// - Price increases: the customer is asked to consent (the sheet shows at once unless the
+///   payment queue's delegate defers it until `showPriceConsentIfNeeded`). Agreeing charges
+///   the new price from the next renewal on, and products show it from then; declining, or
+///   not answering before the renewal falls due, lets the subscription run out.
 /// - Restoring reports a restored transaction for every non-consumable and every first
 ///   purchase of a subscription (the original being the purchase), then that it finished.
 /// - The ledger (transactions, clock, offers used) lives in `ledger.json` in the state
@@ -221,6 +241,8 @@ class SandboxStore final : public platform::StoreBackend, public std::enable_sha
   void restoreCompletedTransactions(const std::optional<std::string>& applicationUsername) override;
   std::optional<platform::SKStorefront> storefront() const override;
   void transactionObserverAdded() override;
+  /// Shows every price consent sheet the delegate deferred; see `pendingPriceConsents`.
+  void showPriceConsentIfNeeded() override;
 
   /// The catalogue as loaded.
   const StoreKitConfiguration& configuration() const;
@@ -291,6 +313,18 @@ class SandboxStore final : public platform::StoreBackend, public std::enable_sha
   /// observers hear that the entitlement to the product was revoked. Throws
   /// `std::invalid_argument` when there is no such purchase.
   void refund(std::string_view productIdentifier, std::int64_t reason = 0);
+  /// Raises the price of a subscription the customer holds, pending their consent. Asks the
+  /// payment queue's delegate (outside the store's lock) whether to show the consent sheet
+  /// now and returns whether it was shown. Throws `std::invalid_argument` when the customer
+  /// has no active subscription to the product that renews, when an increase already waits,
+  /// or when `newPrice` is not above the current price.
+  bool requestPriceIncrease(std::string_view productIdentifier, const Decimal& newPrice);
+  /// The customer answers the shown consent sheet: agreeing charges the new price from the
+  /// next renewal on; declining turns auto-renew off, as `cancelAutoRenew` does. Throws
+  /// `std::invalid_argument` when no shown consent sheet waits for the product.
+  void respondToPriceIncrease(std::string_view productIdentifier, bool agree);
+  /// The price increases waiting for consent, in ledger order.
+  std::vector<PriceConsent> pendingPriceConsents() const;
   /// Redeems a code offer of a subscription, named by its reference name or internal id:
   /// a purchased transaction at the offer's price and periods is reported, and nothing is
   /// returned. A customer outside the offer's eligibility gets nothing; the reason is
