@@ -302,6 +302,8 @@ TEST(Vsk, SimulateStopsAtAStepTheStoreCannotTakeOrCannotRead) {
       {"redeem com.velquist.demo.pro.monthly nope\n", 1, "has no code offer \"nope\""},
       {"resolve-interrupted\n", 1, "no interrupted purchase waits"},
       {"status nope\n", 1, "no product \"nope\""},
+      {"buy com.velquist.demo.pro.weekly\nconsent com.velquist.demo.pro.weekly agree\n", 1, "no price consent for"},
+      {"price-increase com.velquist.demo.pro.weekly 4,99\n", 2, "cannot read the step"},
       {"billing-retry maybe\n", 2, "steps.txt:1: cannot read the step"},
       {"redeem com.velquist.demo.pro.monthly\n", 2, "cannot read the step"},
       {"status\n", 2, "cannot read the day '2026-02-30'", "2026-02-30"},
