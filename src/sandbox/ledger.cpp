@@ -163,7 +163,9 @@ class Reader {
   std::vector<std::pair<std::string, Reader>> members() const {
     requireObject();
     std::vector<std::pair<std::string, Reader>> readers;
-    for (const auto& [key, value] : value_.objectValue()) readers.emplace_back(key, Reader(file_, childPath(key), value));
+    for (const auto& [key, value] : value_.objectValue()) {
+      readers.emplace_back(key, Reader(file_, childPath(key), value));
+    }
     return readers;
   }
   Date date() const {

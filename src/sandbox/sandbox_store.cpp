@@ -1228,7 +1228,8 @@ std::vector<PriceConsent> SandboxStore::pendingPriceConsents() const {
         productID = later.productIdentifier;
       }
     }
-    consents.push_back({.productIdentifier = productID, .newPrice = *entry.priceIncrease, .shown = entry.priceConsentShown});
+    consents.push_back(
+        {.productIdentifier = productID, .newPrice = *entry.priceIncrease, .shown = entry.priceConsentShown});
   }
   return consents;
 }

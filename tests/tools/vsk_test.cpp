@@ -272,7 +272,8 @@ TEST(Vsk, SimulateALaterRunContinuesAPendingDowngradeABillingRetryACancelledRene
   const std::string third = run("third.txt", "show-price-consent\nconsent com.velquist.demo.pro.monthly agree\n");
   fs::remove_all(state);
   EXPECT_EQ(second.find("price consent shown"), std::string::npos) << second;
-  expectContains(third, {"> show-price-consent\n  store: price consent shown for com.velquist.demo.pro.monthly ($12.99)\n"
+  expectContains(third, {"> show-price-consent\n"
+                         "  store: price consent shown for com.velquist.demo.pro.monthly ($12.99)\n"
                          "> consent com.velquist.demo.pro.monthly agree\n"});
   expectContains(second, {
       // The grace period the first run started: 16 days from the failed renewal on 8 January.
