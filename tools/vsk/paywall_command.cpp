@@ -20,19 +20,6 @@ namespace {
 using storekit::Paywall;
 using storekit::Product;
 
-struct Role {
-  std::string_view name;
-  const std::optional<Product::ID>& (Paywall::*id)() const;
-};
-
-// In the order a screen would care about them.
-constexpr Role roles[] = {
-    {"selected", &Paywall::productSelectedID},       {"highlighted", &Paywall::productHighlightedID},
-    {"best value", &Paywall::productBestValueID},     {"most popular", &Paywall::productMostPopularID},
-    {"comparing", &Paywall::productComparingID},     {"secondary", &Paywall::productSecondaryID},
-    {"full price", &Paywall::productFullPriceID},    {"pay up front", &Paywall::productPayUpFrontID},
-};
-
 /// What a screen shows for one product.
 struct ProductLines {
   std::string price;
@@ -69,11 +56,10 @@ void printText(std::ostream& out, const Paywall& paywall, const storekit::Loaded
   out << "\nremote configuration: " << remoteConfigSummary(paywall)
       << "\nfilter pay-up-front product: " << (paywall.filterPayUpFrontProduct() ? "yes" : "no") << "\n";
   for (const auto& missing : loaded.missingProductIdentifiers) out << "not in the store: " << missing << "\n";
-  for (const Role& role : roles) {
-    const auto& id = (paywall.*role.id)();
+  for (const auto& [role, id] : storekit::namedPaywallRoles(paywall)) {
     const bool found = std::any_of(paywall.products().begin(), paywall.products().end(),
-                                   [&](const Product& product) { return id && product.id == *id; });
-    if (id && !found) out << role.name << ": " << id->rawValue << " is not on the paywall\n";
+                                   [&](const Product& product) { return product.id == id; });
+    if (!found) out << role << ": " << id.rawValue << " is not on the paywall\n";
   }
 
   const auto comparing = paywall.productComparing();

@@ -35,11 +35,17 @@ std::vector<std::string> paywallRoles(const Paywall& paywall, const Product& pro
   return names;
 }
 
+std::vector<std::pair<std::string, Product::ID>> namedPaywallRoles(const Paywall& paywall) {
+  std::vector<std::pair<std::string, Product::ID>> named;
+  for (const Role& role : roles) {
+    if (const auto& id = (paywall.*role.id)()) named.emplace_back(std::string(role.name), *id);
+  }
+  return named;
+}
+
 JsonValue paywallJson(const Paywall& paywall, const LoadedPaywall& loaded) {
   JsonValue::Object roleIDs;
-  for (const Role& role : roles) {
-    if (const auto& id = (paywall.*role.id)()) roleIDs.emplace_back(std::string(role.name), JsonValue(id->rawValue));
-  }
+  for (auto& [name, id] : namedPaywallRoles(paywall)) roleIDs.emplace_back(std::move(name), JsonValue(id.rawValue));
   const auto comparing = paywall.productComparing();
   JsonValue::Array products;
   for (const Product& product : paywall.products()) {

@@ -2,6 +2,7 @@
 
 #include "velquist/export.h"
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "velquist/foundation/json.h"
@@ -15,6 +16,10 @@ namespace velquist::storekit {
 /// them: "selected", "highlighted", "best value", "most popular", "comparing", "secondary",
 /// "full price", "pay up front".
 std::vector<std::string> paywallRoles(const Paywall& paywall, const Product& product);
+
+/// Every role the paywall's configuration names, with the product it names (on the paywall
+/// or not), in the same order: {{"selected", "com.example.yearly"}, {"comparing", ...}}.
+std::vector<std::pair<std::string, Product::ID>> namedPaywallRoles(const Paywall& paywall);
 
 /// A loaded paywall as one JSON document, the form `vsk paywall --json` prints and the C
 /// interface hands out: its id and variant, the role of each named product, each product
