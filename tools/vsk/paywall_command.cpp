@@ -56,10 +56,10 @@ void printText(std::ostream& out, const Paywall& paywall, const storekit::Loaded
   out << "\nremote configuration: " << remoteConfigSummary(paywall)
       << "\nfilter pay-up-front product: " << (paywall.filterPayUpFrontProduct() ? "yes" : "no") << "\n";
   for (const auto& missing : loaded.missingProductIdentifiers) out << "not in the store: " << missing << "\n";
-  for (const auto& [role, id] : storekit::namedPaywallRoles(paywall)) {
+  for (const auto& named : storekit::namedPaywallRoles(paywall)) {
     const bool found = std::any_of(paywall.products().begin(), paywall.products().end(),
-                                   [&](const Product& product) { return product.id == id; });
-    if (!found) out << role << ": " << id.rawValue << " is not on the paywall\n";
+                                   [&](const Product& product) { return product.id == named.second; });
+    if (!found) out << named.first << ": " << named.second.rawValue << " is not on the paywall\n";
   }
 
   const auto comparing = paywall.productComparing();
