@@ -6,7 +6,7 @@
 // - plural period warm: a text in the current locale with its formatter kept, against one
 //   ready ICU formatter formatting the same number and unit into UTF-8.
 //
-// Each pair runs interleaved and is timed by hand (see `interleaved`).
+// Each pair runs interleaved and is timed by hand (see `interleaved` in ratio_reporter.h).
 
 #include <unicode/measunit.h>
 #include <unicode/numberformatter.h>
@@ -38,40 +38,6 @@ std::string icuFormat(const icu::number::LocalizedNumberFormatter& formatter, st
   return utf8;
 }
 
-// Runs the library's way and the baseline in turns, `batch` calls each per iteration,
-// alternating which goes first, and reports both as counters (seconds per call) of the
-// one run: interleaving keeps both under the same conditions (caches, clock speed, load).
-template <class Library, class Baseline>
-void interleaved(benchmark::State& state, int batch, Library library, Baseline baseline) {
-  using Clock = std::chrono::steady_clock;
-  Clock::duration libraryTotal{};
-  Clock::duration baselineTotal{};
-  bool libraryFirst = false;
-  for (auto _ : state) {
-    const auto runLibrary = [&] {
-      const auto start = Clock::now();
-      for (int i = 0; i < batch; ++i) library();
-      libraryTotal += Clock::now() - start;
-    };
-    const auto runBaseline = [&] {
-      const auto start = Clock::now();
-      for (int i = 0; i < batch; ++i) baseline();
-      baselineTotal += Clock::now() - start;
-    };
-    libraryFirst = !libraryFirst;
-    if (libraryFirst) {
-      runLibrary();
-      runBaseline();
-    } else {
-      runBaseline();
-      runLibrary();
-    }
-  }
-  const double calls = static_cast<double>(state.iterations()) * batch;
-  state.counters["library"] = std::chrono::duration<double>(libraryTotal).count() / calls;
-  state.counters["baseline"] = std::chrono::duration<double>(baselineTotal).count() / calls;
-}
-
 // Every call asks for a locale identifier not seen before (a private-use keyword makes it
 // new without changing what ICU loads), so every call makes a formatter.
 std::string freshIdentifier() {
@@ -81,7 +47,7 @@ std::string freshIdentifier() {
 
 void firstText(benchmark::State& state) {
   const Style style = Style().valueDisplayStrategy(velquist::storekit::formatting::ValueDisplayStrategy::always);
-  interleaved(
+  velquist::bench::interleaved(
       state, 1, [&] { benchmark::DoNotOptimize(style.format(Period::day(21), Locale(freshIdentifier()))); },
       [] { benchmark::DoNotOptimize(icuFormat(icuDayFormatter(freshIdentifier()), 21)); });
 }
@@ -94,7 +60,7 @@ void warmText(benchmark::State& state) {
     benchmark::DoNotOptimize(style.format(Period::day(21)));
     benchmark::DoNotOptimize(icuFormat(formatter, 21));
   }
-  interleaved(
+  velquist::bench::interleaved(
       state, 200, [&] { benchmark::DoNotOptimize(style.format(Period::day(21))); },
       [&] { benchmark::DoNotOptimize(icuFormat(formatter, 21)); });
   Locale::setCurrent(std::nullopt);

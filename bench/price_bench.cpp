@@ -5,7 +5,7 @@
 // - displayPrice new locale: the first price for a locale never seen (the cache makes and
 //   configures a formatter), against building and configuring the ICU formatter directly.
 //
-// Each pair runs interleaved and is timed by hand (see `interleaved`).
+// Each pair runs interleaved and is timed by hand (see `interleaved` in ratio_reporter.h).
 // - convertPrice and discount: a weekly price restated per year and the saving of a yearly
 //   plan against it, against the same arithmetic in Boost's cpp_dec_float_50.
 
@@ -52,40 +52,6 @@ std::string icuFormat(const icu::DecimalFormat& format, const std::string& numbe
   return utf8;
 }
 
-// Runs the library's way and the baseline in turns, `batch` calls each per iteration,
-// alternating which goes first, and reports both as counters (seconds per call) of the
-// one run: interleaving keeps both under the same conditions (caches, clock speed, load).
-template <class Library, class Baseline>
-void interleaved(benchmark::State& state, int batch, Library library, Baseline baseline) {
-  using Clock = std::chrono::steady_clock;
-  Clock::duration libraryTotal{};
-  Clock::duration baselineTotal{};
-  bool libraryFirst = false;
-  for (auto _ : state) {
-    const auto runLibrary = [&] {
-      const auto start = Clock::now();
-      for (int i = 0; i < batch; ++i) library();
-      libraryTotal += Clock::now() - start;
-    };
-    const auto runBaseline = [&] {
-      const auto start = Clock::now();
-      for (int i = 0; i < batch; ++i) baseline();
-      baselineTotal += Clock::now() - start;
-    };
-    libraryFirst = !libraryFirst;
-    if (libraryFirst) {
-      runLibrary();
-      runBaseline();
-    } else {
-      runBaseline();
-      runLibrary();
-    }
-  }
-  const double calls = static_cast<double>(state.iterations()) * batch;
-  state.counters["library"] = std::chrono::duration<double>(libraryTotal).count() / calls;
-  state.counters["baseline"] = std::chrono::duration<double>(baselineTotal).count() / calls;
-}
-
 const Decimal& samplePrice() {
   static const Decimal price = *Decimal::fromString("1234.99");
   return price;
@@ -95,7 +61,7 @@ void displayPriceWarm(benchmark::State& state) {
   const Locale locale("de_DE");
   const auto format = makeIcuFormatter("de_DE");
   velquist::storekit::displayPrice(samplePrice(), locale, FloatingPointRoundingRule::down);
-  interleaved(
+  velquist::bench::interleaved(
       state, 200,
       [&] {
         benchmark::DoNotOptimize(
@@ -112,7 +78,7 @@ std::string freshIdentifier() {
 }
 
 void displayPriceNewLocale(benchmark::State& state) {
-  interleaved(
+  velquist::bench::interleaved(
       state, 1,
       [] {
         benchmark::DoNotOptimize(velquist::storekit::displayPrice(samplePrice(), Locale(freshIdentifier()),
@@ -145,7 +111,7 @@ void convertAndDiscount(benchmark::State& state) {
   const BoostDecimal yearlyPrice("39.99");
   const BoostDecimal weeksPerYear(52.1786);
   const BoostDecimal one(1);
-  interleaved(
+  velquist::bench::interleaved(
       state, 200,
       [&] {
         benchmark::DoNotOptimize(weekly.subscription->subscriptionPeriod.convertPrice(

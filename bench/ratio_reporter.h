@@ -9,6 +9,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cstdio>
 #include <map>
 #include <string>
@@ -16,6 +17,40 @@
 #include <vector>
 
 namespace velquist::bench {
+
+// Runs the library's way and the baseline in turns, `batch` calls each per iteration,
+// alternating which goes first, and reports both as counters (seconds per call) of the
+// one run: interleaving keeps both under the same conditions (caches, clock speed, load).
+template <class Library, class Baseline>
+void interleaved(benchmark::State& state, int batch, Library library, Baseline baseline) {
+  using Clock = std::chrono::steady_clock;
+  Clock::duration libraryTotal{};
+  Clock::duration baselineTotal{};
+  bool libraryFirst = false;
+  for (auto _ : state) {
+    const auto runLibrary = [&] {
+      const auto start = Clock::now();
+      for (int i = 0; i < batch; ++i) library();
+      libraryTotal += Clock::now() - start;
+    };
+    const auto runBaseline = [&] {
+      const auto start = Clock::now();
+      for (int i = 0; i < batch; ++i) baseline();
+      baselineTotal += Clock::now() - start;
+    };
+    libraryFirst = !libraryFirst;
+    if (libraryFirst) {
+      runLibrary();
+      runBaseline();
+    } else {
+      runBaseline();
+      runLibrary();
+    }
+  }
+  const double calls = static_cast<double>(state.iterations()) * batch;
+  state.counters["library"] = std::chrono::duration<double>(libraryTotal).count() / calls;
+  state.counters["baseline"] = std::chrono::duration<double>(baselineTotal).count() / calls;
+}
 
 struct RatioTarget {
   std::string name;       // the benchmark's name

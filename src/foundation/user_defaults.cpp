@@ -560,6 +560,8 @@ struct FileUserDefaults::State {
   }
 
   // Writes one change; the caller holds the lock and has changed `entries` already.
+  std::vector<UserDefaultsReport> set(std::string_view key, Value value);
+
   void write(std::string_view key, const Value* value, std::size_t previousSize) {
     if (refusal) {
       lastWriteError = *refusal;
@@ -651,31 +653,19 @@ std::size_t sizeOf(const Entries& entries, std::string_view key) {
 
 }  // namespace
 
-void FileUserDefaults::setString(std::string value, std::string_view key) {
-  std::vector<UserDefaultsReport> made;
-  {
-    std::lock_guard lock(state_->mutex);
-    ++state_->changeCount;
-    const std::size_t previous = sizeOf(state_->entries, key);
-    store(state_->entries, key, std::move(value));
-    state_->write(key, &state_->entries.find(key)->second, previous);
-    made = std::exchange(state_->pending, {});
-  }
-  tell(made);
+// Stores one value and appends its record; the reports the write made, for the caller to
+// hand on once the lock is let go.
+std::vector<UserDefaultsReport> FileUserDefaults::State::set(std::string_view key, Value value) {
+  std::lock_guard guard(mutex);
+  ++changeCount;
+  const std::size_t previous = sizeOf(entries, key);
+  store(entries, key, std::move(value));
+  write(key, &entries.find(key)->second, previous);
+  return std::exchange(pending, {});
 }
 
-void FileUserDefaults::setData(Bytes value, std::string_view key) {
-  std::vector<UserDefaultsReport> made;
-  {
-    std::lock_guard lock(state_->mutex);
-    ++state_->changeCount;
-    const std::size_t previous = sizeOf(state_->entries, key);
-    store(state_->entries, key, std::move(value));
-    state_->write(key, &state_->entries.find(key)->second, previous);
-    made = std::exchange(state_->pending, {});
-  }
-  tell(made);
-}
+void FileUserDefaults::setString(std::string value, std::string_view key) { tell(state_->set(key, std::move(value))); }
+void FileUserDefaults::setData(Bytes value, std::string_view key) { tell(state_->set(key, std::move(value))); }
 
 void FileUserDefaults::removeObject(std::string_view key) {
   std::vector<UserDefaultsReport> made;
