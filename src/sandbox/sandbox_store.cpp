@@ -508,6 +508,20 @@ class SandboxStore::State {
     return !latest.revocationDate && !first.billingIssueSince && *latest.expiresDate > now();
   }
 
+  // The paid-up subscription in the product's group (whichever plan of the group it is now
+  // on): its first purchase and its latest period; both null when there is none.
+  struct HeldSubscription {
+    LedgerEntry* first = nullptr;
+    const LedgerEntry* latest = nullptr;
+  };
+  HeldSubscription heldSubscription(const std::string& productID) VELQUIST_REQUIRES(mutex) {
+    const auto found = detail::findEntry(configuration, productID);
+    const auto chain = found && found->group ? chainInGroup(*found->group) : std::nullopt;
+    LedgerEntry* first = chain ? entryNamed(chain->first) : nullptr;
+    if (!first || !isSubscribed(*first, ledger_.entries[chain->second])) return {};
+    return {first, &ledger_.entries[chain->second]};
+  }
+
   // How long access continues after a renewal fails to bill, and how long billing is
   // retried. The time rates that renew after a fixed time shorten both to that time.
   std::chrono::seconds gracePeriodLength(const Period& period) const {
@@ -667,12 +681,9 @@ class SandboxStore::State {
   // The first purchase of the customer's renewing subscription to `productID`, the product
   // held now; null when there is none.
   LedgerEntry* renewingSubscription(const std::string& productID) VELQUIST_REQUIRES(mutex) {
-    const auto found = detail::findEntry(configuration, productID);
-    const auto chain = found && found->group ? chainInGroup(*found->group) : std::nullopt;
-    LedgerEntry* first = chain ? entryNamed(chain->first) : nullptr;
-    if (!first || first->autoRenewOff) return nullptr;
-    const LedgerEntry& latest = ledger_.entries[chain->second];
-    return isSubscribed(*first, latest) && latest.productIdentifier == productID ? first : nullptr;
+    const HeldSubscription held = heldSubscription(productID);
+    if (!held.first || held.first->autoRenewOff) return nullptr;
+    return held.latest->productIdentifier == productID ? held.first : nullptr;
   }
 
   // The customer fixed their payment: every subscription within its retry window is charged
@@ -1104,13 +1115,10 @@ void SandboxStore::cancelAutoRenew(std::string_view productIdentifier) {
   State& state = *state_;
   support::LockGuard lock(state.mutex);
   const std::string productID(productIdentifier);
-  const auto found = detail::findEntry(state.configuration, productID);
-  const auto chain = found && found->group ? state.chainInGroup(*found->group) : std::nullopt;
-  LedgerEntry* first = chain ? state.entryNamed(chain->first) : nullptr;
-  if (first && !first->autoRenewOff && state.isSubscribed(*first, state.ledger_.entries[chain->second])) {
+  const auto [first, latest] = state.heldSubscription(productID);
+  if (first && !first->autoRenewOff) {
     const LedgerEntry* pending = first->pendingChange ? state.entryNamed(*first->pendingChange) : nullptr;
-    if (state.ledger_.entries[chain->second].productIdentifier == productID ||
-        (pending && pending->productIdentifier == productID)) {
+    if (latest->productIdentifier == productID || (pending && pending->productIdentifier == productID)) {
       State::decline(*first);  // turning renewal off drops a plan change and a price increase with it
       state.saveOrLog();
       state.wakeTimer();
@@ -1124,11 +1132,8 @@ void SandboxStore::resumeAutoRenew(std::string_view productIdentifier) {
   State& state = *state_;
   support::LockGuard lock(state.mutex);
   const std::string productID(productIdentifier);
-  const auto found = detail::findEntry(state.configuration, productID);
-  const auto chain = found && found->group ? state.chainInGroup(*found->group) : std::nullopt;
-  LedgerEntry* first = chain ? state.entryNamed(chain->first) : nullptr;
-  if (!first || !first->autoRenewOff || !state.isSubscribed(*first, state.ledger_.entries[chain->second]) ||
-      state.ledger_.entries[chain->second].productIdentifier != productID) {
+  const auto [first, latest] = state.heldSubscription(productID);
+  if (!first || !first->autoRenewOff || latest->productIdentifier != productID) {
     throw std::invalid_argument("no active subscription to \"" + productID + "\" has auto-renew off");
   }
   first->autoRenewOff = false;
