@@ -113,8 +113,6 @@ TEST(Coding, DecodesEachTypeOrReportsKindPathAndDescription) {
        "typeMismatch at children: Expected to decode Array<Any> but found a bool instead."},
       {decoded<Node>, R"({"name":"a","children":[{"name":"b","price":1e500}]})",
        "dataCorrupted at children[0].price: Parsed JSON number <1e500> does not fit in Decimal."},
-      {decoded<Node>, "{", "dataCorrupted at the top level: The given data was not valid JSON: syntax error while "
-                           "parsing object key - unexpected end of input; expected string literal (at byte 2)."},
   };
   for (const auto& [decode, json, outcome] : cases) {
     SCOPED_TRACE(json);
