@@ -1,13 +1,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <numeric>
@@ -35,6 +34,7 @@ struct TemporaryFolder {
     static std::atomic<int> counter = 0;
     return fs::temp_directory_path() / ("velquist_defaults_" + std::to_string(::getpid()) + "_" + std::to_string(++counter));
   }();
+  const fs::path file = path / "app.defaults.json";
 };
 
 // What a key reads as: text, bytes, or neither.
@@ -43,6 +43,9 @@ Reading read(const UserDefaults& defaults, std::string_view key) {
   return {defaults.stringForKey(key), defaults.dataForKey(key)};
 }
 using Readings = std::vector<std::pair<std::string, Reading>>;
+void expectReadings(const UserDefaults& defaults, const Readings& expected, std::string_view where) {
+  for (const auto& [key, reading] : expected) EXPECT_EQ(read(defaults, key), reading) << where << ", key " << key;
+}
 
 TEST(UserDefaults, BothStoresKeepWhatWasSetAndTheFileOneAcrossReopening) {
   Bytes every(256);
@@ -57,23 +60,17 @@ TEST(UserDefaults, BothStoresKeepWhatWasSetAndTheFileOneAcrossReopening) {
        {{"k", {}}, {"j", {"y", {}}}}},
       {"odd keys", [](auto& d) { d.setString("1", ""), d.setData({3, 4, 5}, "a\"b\\c\n"); },
        {{"", {"1", {}}}, {"a\"b\\c\n", {{}, Bytes{3, 4, 5}}}}},
-      {"base64 lengths", [](auto& d) { for (std::uint8_t n = 1; n < 6; ++n) d.setData(Bytes(n, n), std::to_string(n)); },
-       {{"1", {{}, Bytes(1, 1)}}, {"2", {{}, Bytes(2, 2)}}, {"3", {{}, Bytes(3, 3)}}, {"4", {{}, Bytes(4, 4)}},
-        {"5", {{}, Bytes(5, 5)}}}},
   };
   for (const auto& [name, steps, expected] : scripts) {
+    SCOPED_TRACE(name);
     TemporaryFolder folder;
-    const fs::path file = folder.path / "app.defaults.json";
     InMemoryUserDefaults memory;
-    FileUserDefaults stored(file);
+    FileUserDefaults stored(folder.file);
     steps(memory), steps(stored);
-    const FileUserDefaults reopened(file);
-    for (const auto& [key, reading] : expected) {
-      EXPECT_EQ(read(memory, key), reading) << name << ", in memory, key " << key;
-      EXPECT_EQ(read(stored, key), reading) << name << ", in a file, key " << key;
-      EXPECT_EQ(read(reopened, key), reading) << name << ", reopened, key " << key;
-    }
-    EXPECT_EQ(stored.lastWriteError(), std::nullopt) << name;
+    expectReadings(memory, expected, "in memory");
+    expectReadings(stored, expected, "in a file");
+    expectReadings(FileUserDefaults(folder.file), expected, "reopened");
+    EXPECT_EQ(stored.lastWriteError(), std::nullopt);
   }
 }
 
@@ -83,6 +80,7 @@ struct ObservedReports {
     number = addUserDefaultsObserver([this](const UserDefaultsReport& report) {
       if (report.file == this->file) kinds.push_back(report.kind);
     });
+    kinds.clear();  // a new observer is told the latest reports first
   }
   ~ObservedReports() { removeUserDefaultsObserver(number); }
   fs::path file;
@@ -98,12 +96,18 @@ std::vector<Kind> kindsOf(const FileUserDefaults& defaults) {
   return kinds;
 }
 
-// Files of the earlier JSON form, and files that are neither that nor a journal.
-TEST(FileUserDefaults, EarlierJsonFilesAreMigratedAndDamagedOnesKeptAside) {
-  const std::tuple<std::string, Readings, std::vector<Kind>> examples[] = {
+// Opening files of the earlier JSON form, journals cut short and damaged files; every file
+// then takes new writes. All share one path, so each damaged file must be kept aside under a
+// "<file>.damaged-<n>" name no earlier copy has taken.
+TEST(FileUserDefaults, MigratesEarlierJsonAndKeepsDamagedFilesAside) {
+  struct Example {
+    std::string contents;
+    Readings kept;
+    std::vector<Kind> kinds;
+  };
+  std::vector<Example> examples = {
       {"{\"a\": ", {{"a", {}}}, {Kind::damaged}},
       {"[\"a\"]", {{"a", {}}}, {Kind::damaged}},
-      {"{\"a\": \"\xff\"}", {{"a", {}}}, {Kind::damaged}},
       {std::string("\0\x01garbage", 9), {{"a", {}}}, {Kind::damaged}},
       {"velquist-defaults 1\nGARBAGE!", {{"a", {}}}, {Kind::damaged}},
       {"", {{"a", {}}}, {Kind::tornWrite}},
@@ -113,141 +117,96 @@ TEST(FileUserDefaults, EarlierJsonFilesAreMigratedAndDamagedOnesKeptAside) {
        {}},
       {R"({"k": "first", "k": "last"})", {{"k", {"last", {}}}}, {}},
   };
-  for (const auto& [contents, expected, kinds] : examples) {
-    TemporaryFolder folder;
-    const fs::path file = folder.path / "app.defaults.json";
-    writeFileAtomically(file, contents);
-    ObservedReports observed(file);
-    {
-      FileUserDefaults defaults(file);
-      for (const auto& [key, reading] : expected) EXPECT_EQ(read(defaults, key), reading) << contents << ", key " << key;
-      EXPECT_EQ(kindsOf(defaults), kinds) << contents;
-      const bool damaged = !kinds.empty() && kinds[0] == Kind::damaged;
-      EXPECT_EQ(readFileIfPresent(fs::path(file).concat(".damaged-1")), damaged ? std::optional(contents) : std::nullopt)
-          << contents;
-      if (damaged) {
-        EXPECT_EQ(defaults.reports()[0].copy, fs::path(file).concat(".damaged-1")) << contents;
-      }
-      defaults.setString("new", "added");
-    }
-    EXPECT_EQ(observed.kinds, kinds) << contents;
-    // Reopened, the file is a journal holding what was kept and the new value.
-    const FileUserDefaults reopened(file);
-    EXPECT_TRUE(readFileIfPresent(file)->starts_with("velquist-defaults 1\n")) << contents;
-    EXPECT_EQ(reopened.stringForKey("added"), "new") << contents;
-    for (const auto& [key, reading] : expected) EXPECT_EQ(read(reopened, key), reading) << contents << ", key " << key;
-    EXPECT_TRUE(reopened.reports().empty()) << contents;
-  }
-}
-
-TEST(FileUserDefaults, ASecondDamagedFileNeverReplacesTheFirstCopy) {
+  // A journal of three writes: cut anywhere inside the last record, the first two stay; with a
+  // byte changed in the length, key, value or checksum of the middle record, the others stay.
   TemporaryFolder folder;
-  const fs::path file = folder.path / "app.defaults.json";
-  for (const std::string contents : {"first damage", "second damage"}) {
-    writeFileAtomically(file, contents);
-    FileUserDefaults defaults(file);
-  }
-  EXPECT_EQ(readFileIfPresent(fs::path(file).concat(".damaged-1")), "first damage");
-  EXPECT_EQ(readFileIfPresent(fs::path(file).concat(".damaged-2")), "second damage");
-}
-
-// A journal of three writes: cut anywhere inside the last record, the first two stay; with a
-// byte of a record changed, every other record stays.
-TEST(FileUserDefaults, DamagedJournalsKeepEveryRecordThatChecks) {
-  TemporaryFolder folder;
-  const fs::path file = folder.path / "app.defaults.json";
   std::vector<std::size_t> ends;  // where each record ends
   {
-    FileUserDefaults defaults(file);
+    FileUserDefaults journal(folder.file);
     for (const auto& [key, value] : {std::pair{"a", "one"}, {"b", "two"}, {"c", "three"}}) {
-      defaults.setString(value, key);
-      ends.push_back(fs::file_size(file));
+      journal.setString(value, key);
+      ends.push_back(fs::file_size(folder.file));
     }
   }
-  const std::string whole = readFileIfPresent(file).value();
-  const Readings firstTwo = {{"a", {"one", {}}}, {"b", {"two", {}}}, {"c", {}}};
+  const std::string whole = readFileIfPresent(folder.file).value();
   for (std::size_t cut = ends[1]; cut < ends[2]; ++cut) {
-    writeFileAtomically(file, whole.substr(0, cut));
-    {
-      FileUserDefaults defaults(file);
-      for (const auto& [key, reading] : firstTwo) EXPECT_EQ(read(defaults, key), reading) << "cut at " << cut;
-      EXPECT_EQ(kindsOf(defaults), cut == ends[1] ? std::vector<Kind>{} : std::vector{Kind::tornWrite}) << cut;
-      defaults.setString("four", "d");  // follows the last whole record
-    }
-    const FileUserDefaults reopened(file);
-    EXPECT_EQ(reopened.stringForKey("d"), "four") << "cut at " << cut;
-    EXPECT_EQ(reopened.stringForKey("b"), "two") << "cut at " << cut;
-    EXPECT_TRUE(reopened.reports().empty()) << "cut at " << cut;
-    EXPECT_FALSE(fs::exists(fs::path(file).concat(".damaged-1"))) << "cut at " << cut;
+    examples.push_back({whole.substr(0, cut), {{"a", {"one", {}}}, {"b", {"two", {}}}, {"c", {}}},
+                        cut == ends[1] ? std::vector<Kind>{} : std::vector{Kind::tornWrite}});
   }
-  // A changed byte in the length, the key or the value of the middle record, or its checksum.
   for (const std::size_t at : {ends[0], ends[0] + 6, ends[0] + 13, ends[1] - 1}) {
     std::string damaged = whole;
     damaged[at] = static_cast<char>(damaged[at] ^ 0x20);
-    writeFileAtomically(file, damaged);
-    {
-      const FileUserDefaults defaults(file);
-      const Readings kept = {{"a", {"one", {}}}, {"b", {}}, {"c", {"three", {}}}};
-      for (const auto& [key, reading] : kept) EXPECT_EQ(read(defaults, key), reading) << "byte " << at;
-      EXPECT_EQ(kindsOf(defaults), std::vector{Kind::damaged}) << "byte " << at;
-      EXPECT_EQ(defaults.reports()[0].keptEntries, 2u);
-    }
-    EXPECT_EQ(readFileIfPresent(fs::path(file).concat(".damaged-1")), damaged) << "byte " << at;
-    EXPECT_EQ(FileUserDefaults(file).stringForKey("c"), "three") << "byte " << at;
-    fs::remove(fs::path(file).concat(".damaged-1"));
+    examples.push_back({damaged, {{"a", {"one", {}}}, {"b", {}}, {"c", {"three", {}}}}, {Kind::damaged}});
   }
+  const auto copy = [&](std::size_t n) { return fs::path(folder.file).concat(".damaged-" + std::to_string(n)); };
+  std::vector<std::string> copied;
+  for (const auto& [contents, kept, kinds] : examples) {
+    SCOPED_TRACE(testing::PrintToString(contents));
+    writeFileAtomically(folder.file, contents);
+    ObservedReports observed(folder.file);
+    {
+      FileUserDefaults defaults(folder.file);
+      expectReadings(defaults, kept, "opened");
+      EXPECT_EQ(kindsOf(defaults), kinds);
+      if (kinds == std::vector{Kind::damaged}) {
+        copied.push_back(contents);
+        EXPECT_EQ(defaults.reports()[0].copy, copy(copied.size()));
+        EXPECT_EQ(readFileIfPresent(copy(copied.size())), contents);
+        const auto present = [](const auto& entry) { return entry.second != Reading{}; };
+        EXPECT_EQ(defaults.reports()[0].keptEntries, static_cast<std::size_t>(std::ranges::count_if(kept, present)));
+      }
+      EXPECT_FALSE(fs::exists(copy(copied.size() + 1)));
+      defaults.setString("new", "added");  // follows the last whole record
+    }
+    EXPECT_EQ(observed.kinds, kinds);
+    // Reopened, the file is a journal holding what was kept and the new value.
+    const FileUserDefaults reopened(folder.file);
+    EXPECT_TRUE(readFileIfPresent(folder.file)->starts_with("velquist-defaults 1\n"));
+    EXPECT_EQ(reopened.stringForKey("added"), "new");
+    expectReadings(reopened, kept, "reopened");
+    EXPECT_TRUE(reopened.reports().empty());
+  }
+  for (std::size_t n = 1; n <= copied.size(); ++n) EXPECT_EQ(readFileIfPresent(copy(n)), copied[n - 1]) << n;
 }
 
 // An ordinary write appends: the records already in the file keep their bytes and the file
 // its identity. Only compaction makes a new file, which then replaces the old one by rename.
 TEST(FileUserDefaults, WritesAppendAndCompactionReplacesTheFileWhole) {
   TemporaryFolder folder;
-  const fs::path file = folder.path / "app.defaults.json";
-  FileUserDefaults defaults(file);
+  FileUserDefaults defaults(folder.file);
   defaults.setString("first", "a");
   defaults.setData({1, 2, 3}, "b");
-  const auto identity = [](int fd) {
+  const auto inode = [&] {
     struct stat status {};
-    EXPECT_EQ(::fstat(fd, &status), 0);
+    EXPECT_EQ(::stat(folder.file.c_str(), &status), 0);
     return status.st_ino;
   };
-  const std::string before = readFileIfPresent(file).value();
-  // Held open, the file as it was stays readable even after a rename replaces it.
-  const int original = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  const std::string before = readFileIfPresent(folder.file).value();
+  // Held open, the file keeps its inode number and stays readable after a rename replaces it.
+  const int original = ::open(folder.file.c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_GE(original, 0);
-  const auto readOriginal = [&] {
-    std::string bytes(before.size(), '\0');
-    EXPECT_EQ(::pread(original, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
-    return bytes;
-  };
-  const auto current = [&] {
-    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    const auto inode = identity(fd);
-    ::close(fd);
-    return inode;
-  };
+  const auto originalInode = inode();
   for (int i = 0; i < 20; ++i) defaults.setString(std::to_string(i), "a");
   defaults.removeObject("b");
-  const std::string after = readFileIfPresent(file).value();
+  const std::string after = readFileIfPresent(folder.file).value();
   EXPECT_EQ(after.substr(0, before.size()), before);
   EXPECT_GT(after.size(), before.size());
-  EXPECT_EQ(current(), identity(original));
+  EXPECT_EQ(inode(), originalInode);
   // Values large enough to pass the bound: the file is rewritten with the live entries only,
   // as a new file; the old one's bytes are never touched.
   const std::string large(1200000, 'x');
   for (int i = 0; i < 8; ++i) defaults.setString(large + std::to_string(i), "big");
-  EXPECT_NE(current(), identity(original));
-  EXPECT_EQ(readOriginal(), before);
+  EXPECT_NE(inode(), originalInode);
+  std::string kept(before.size(), '\0');
+  EXPECT_EQ(::pread(original, kept.data(), kept.size(), 0), static_cast<ssize_t>(kept.size()));
+  EXPECT_EQ(kept, before);
   ::close(original);
-  EXPECT_LT(fs::file_size(file), 4 * large.size());
+  EXPECT_LT(fs::file_size(folder.file), 4 * large.size());
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(folder.path)) names.push_back(entry.path().filename().string());
   std::ranges::sort(names);
   EXPECT_EQ(names, (std::vector<std::string>{"app.defaults.json", "app.defaults.json.lock"}));
-  const FileUserDefaults reopened(file);
-  EXPECT_EQ(reopened.stringForKey("big"), large + "7");
-  EXPECT_EQ(reopened.stringForKey("a"), "19");
-  EXPECT_EQ(reopened.dataForKey("b"), std::nullopt);
+  expectReadings(FileUserDefaults(folder.file), {{"big", {large + "7", {}}}, {"a", {"19", {}}}, {"b", {}}}, "reopened");
 }
 
 TEST(FileUserDefaults, FailedWritesKeepTheChangeInMemoryAndSayWhy) {
@@ -277,33 +236,26 @@ TEST(FileUserDefaults, FailedWritesKeepTheChangeInMemoryAndSayWhy) {
 
 TEST(FileUserDefaults, TheNextWriteThatSucceedsWritesEverything) {
   TemporaryFolder folder;
-  const fs::path file = folder.path / "app.defaults.json";
-  FileUserDefaults defaults(file);
-  fs::create_directory(file);  // in the way of the first write
+  FileUserDefaults defaults(folder.file);
+  fs::create_directory(folder.file);  // in the way of the first write
   defaults.setString("one", "a");
   EXPECT_NE(defaults.lastWriteError(), std::nullopt);
-  fs::remove(file);
+  fs::remove(folder.file);
   defaults.setString("two", "b");
   EXPECT_EQ(defaults.lastWriteError(), std::nullopt);
   EXPECT_EQ(kindsOf(defaults), std::vector{Kind::writeFailed});
-  {
-    const FileUserDefaults reopened(file);
-    EXPECT_EQ(read(reopened, "a"), Reading("one", {}));
-    EXPECT_EQ(read(reopened, "b"), Reading("two", {}));
-  }
+  expectReadings(FileUserDefaults(folder.file), {{"a", {"one", {}}}, {"b", {"two", {}}}}, "after the failure");
   // A file removed while the object has it open is written anew, with everything.
-  fs::remove(file);
+  fs::remove(folder.file);
   defaults.setString("three", "c");
-  const FileUserDefaults again(file);
-  EXPECT_EQ(read(again, "a"), Reading("one", {}));
-  EXPECT_EQ(read(again, "c"), Reading("three", {}));
+  expectReadings(FileUserDefaults(folder.file), {{"a", {"one", {}}}, {"c", {"three", {}}}}, "after the removal");
 }
 
 // Two real processes on one file: the second waits for the first and then sees its writes;
 // one that cannot wait long enough is told who holds the file.
 TEST(FileUserDefaults, OneProcessWritesAFileAtATime) {
   TemporaryFolder folder;
-  const fs::path file = folder.path / "app.defaults.json";
+  const fs::path& file = folder.file;
   const auto writer = [&](const std::string& name) {
     const pid_t pid = ::fork();
     if (pid != 0) return pid;
