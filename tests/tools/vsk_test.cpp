@@ -14,7 +14,6 @@
 #include <thread>
 #include <vector>
 
-#include "velquist/foundation/file_io.h"
 #include "velquist/foundation/json.h"
 
 namespace {
@@ -75,8 +74,6 @@ TEST(Vsk, PrintsWhatEachCommandComputes) {
     std::vector<std::string> arguments;
     std::string expected;
   } cases[] = {
-      {{"period", "P1W", "--locale", "en_US"},
-       "unit: week\nvalue: 1\ndays: 7\nanalytics: 7_day\ntext: week\nshortened: wk\nrecurrent: weekly\ncldr: 1 week\n"},
       {{"period", "--locale", "en_US", "P2W"},
        "unit: week\nvalue: 2\ndays: 14\nanalytics: 2_week\ntext: 2 weeks\nshortened: 2 wk\nrecurrent: 2 weekly\n"
        "cldr: 2 weeks\n"},
@@ -317,11 +314,11 @@ TEST(Vsk, SimulateReportsDamagedAndUnwritableStateFiles) {
   fs::create_directories(state);
   const auto defaults = state / "velquist.application.defaults.json";
   const std::string scenario = writeTemporary("one.txt", "buy com.velquist.demo.coins100\nfinish all\n");
-  velquist::foundation::writeFileAtomically(defaults, "garbage");
+  std::ofstream(defaults) << "garbage";
   RunResult run = runVsk({"simulate", demo, scenario, "--state", state.string()});
   EXPECT_EQ(run.exitCode, 0) << run.err;
   expectContains(run.err, {"velquist.application.defaults.json is damaged"});
-  EXPECT_EQ(velquist::foundation::readFileIfPresent(defaults.string() + ".damaged-1"), "garbage");
+  EXPECT_EQ(slurp(defaults.string() + ".damaged-1"), "garbage");
 
   fs::remove(defaults);
   fs::create_directory(defaults);
