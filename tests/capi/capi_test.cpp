@@ -215,8 +215,10 @@ class CSandbox : public testing::Test {
     std::filesystem::remove_all(home_, ignored);
   }
 
-  // Each test starts with a store that has sold nothing, in a state folder of its own.
+  // Each test starts with a store that has sold nothing, in a state folder of its own, and
+  // no first purchase remembered from another test.
   void SetUp() override {
+    velquist::storekit::setOriginalTransactionIDs(velquist::usersettings::UserSettingsClient::live(), {});
     const auto state = home_ / std::to_string(++opened_);
     ASSERT_EQ(velquist_sandbox_open(storekitFile.c_str(), state.c_str(), &sandbox_), VELQUIST_OK) << velquist_last_error();
   }
@@ -297,14 +299,7 @@ std::optional<JsonValue> awaitRecord(velquist_observation* observation, Records&
   return std::nullopt;
 }
 
-class CSandboxMechanism : public CSandbox, public testing::WithParamInterface<const char*> {
- protected:
-  void SetUp() override {
-    // No first purchase remembered from another test.
-    velquist::storekit::setOriginalTransactionIDs(velquist::usersettings::UserSettingsClient::live(), {});
-    CSandbox::SetUp();
-  }
-};
+class CSandboxMechanism : public CSandbox, public testing::WithParamInterface<const char*> {};
 
 // The purchase story through either mechanism: the first purchase starts the free trial, a
 // restore brings it back as restored, finishing works by identifier, and an ended
