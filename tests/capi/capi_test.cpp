@@ -1,6 +1,8 @@
-// The C interface: results equal to the C++ library's, every kind of bad input refused with
-// a status and a message (never a crash), and the purchase story driven through a sandbox
-// with both transaction mechanisms.
+// The C interface over the library: results handed out as text the caller frees, bad input
+// refused with a status and a per-thread message (never a crash or a half-filled out
+// parameter), and the sandbox's purchase story through both transaction mechanisms. The
+// figures and words themselves are the library's tests' business; here they show that each
+// argument reached the right place.
 
 #include <gtest/gtest.h>
 
@@ -8,27 +10,30 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <stdexcept>
 #include <mutex>
 #include <optional>
 #include <set>
-#include <algorithm>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "velquist/foundation/json.h"
+#include "velquist/foundation/locale.h"
 #include "velquist/storekit/transactions/payment_queue.h"
 #include "velquist/usersettings/user_settings_client.h"
 #include "velquist/velquist.h"
 
 namespace {
 
+using velquist::foundation::JsonValue;
+using velquist::foundation::parseJson;
+
 const std::string storekitFile = std::string(VELQUIST_SOURCE_DIR) + "/examples/velquist_demo.storekit";
 const std::string paywallFile = std::string(VELQUIST_SOURCE_DIR) + "/examples/velquist_demo_paywall.json";
 
 // The member `key` of a JSON object; a test failure (by exception) when it is missing.
-const velquist::foundation::JsonValue& field(const velquist::foundation::JsonValue& object, std::string_view key) {
+const JsonValue& field(const JsonValue& object, std::string_view key) {
   const auto* member = object.find(key);
   if (!member) throw std::runtime_error("no member " + std::string(key));
   return *member;
@@ -42,100 +47,95 @@ std::string take(char* text) {
   return copy;
 }
 
-struct PriceCase {
-  const char* amount;
-  const char* locale;
-  const char* rule;
-  const char* expected;
-};
-
-TEST(CInterface, DisplayPrice) {
-  const PriceCase cases[] = {
-      {"1234.567", "en_US", "down", "$1234.56"},
-      {"1234.567", "de_DE", nullptr, "1.234,56\u00a0€"},
-      {"9.985", "en_US", "toNearestOrAwayFromZero", "$9.99"},
-      {"9.985", "en_US", "towardZero", "$9.98"},
-      {"-0.5", "en_US", "up", "-$0.50"},
-      {"1e2", "ja_JP", "down", "￥100"},
+// Each argument reaches the library: the rounding rule (down when NULL), the locale, a sign
+// or exponent in the amount, the periods in their order, the discount's out parameters
+// (either may be left out) and each period option. The last row has no locale: the calls
+// before it in other locales must have put the current one back.
+TEST(CInterface, TextsHandedOut) {
+  velquist::foundation::Locale::setCurrent(velquist::foundation::Locale("en_US"));
+  const velquist_period_format_options always{.always_show_value = 1}, collapsed{.units_collapsed = "day"},
+      shortYear{.unit_style = "shortened", .units_expanded = "year"}, recurrent{.unit_style = "recurrent"};
+  const struct {
+    std::function<int(char**)> call;
+    const char* expected;
+  } cases[] = {
+      {[](char** o) { return velquist_display_price("1234.567", "en_US", "down", o); }, "$1234.56"},
+      {[](char** o) { return velquist_display_price("1234.567", "de_DE", nullptr, o); }, "1.234,56\u00a0€"},
+      {[](char** o) { return velquist_display_price("9.985", "en_US", "toNearestOrAwayFromZero", o); }, "$9.99"},
+      {[](char** o) { return velquist_display_price("-0.5", "en_US", "up", o); }, "-$0.50"},
+      {[](char** o) { return velquist_display_price("1e2", "ja_JP", "down", o); }, "￥100"},
+      {[](char** o) { return velquist_convert_price("4.99", "P1W", "P1Y", o); }, "260.3712140000000510976"},
+      {[](char** o) { return velquist_discount("39.99", "P1Y", "4.99", "P1W", "en_US", o, nullptr); }, "0.85"},
+      {[](char** o) { return velquist_discount("39.99", "P1Y", "4.99", "P1W", "de_DE", nullptr, o); }, "85\u00a0%"},
+      {[](char** o) { return velquist_discount("49.99", "once", "39.99", "P1Y", nullptr, o, nullptr); }, "-0.25"},
+      {[](char** o) { return velquist_period_text("P1W", "en_US", nullptr, o); }, "week"},
+      {[&](char** o) { return velquist_period_text("P1W", "en_US", &always, o); }, "1 week"},
+      {[&](char** o) { return velquist_period_text("P7D", "en_US", &collapsed, o); }, "week"},
+      {[&](char** o) { return velquist_period_text("P1Y", "en_US", &shortYear, o); }, "12 mo"},
+      {[&](char** o) { return velquist_period_text("P1M", "en_US", &recurrent, o); }, "monthly"},
+      {[](char** o) { return velquist_period_text("P5D", "ru_RU", nullptr, o); }, "5 дней"},
+      {[](char** o) { return velquist_period_text("P3M", nullptr, nullptr, o); }, "3 months"},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.expected);
     char* text = reinterpret_cast<char*>(1);
-    ASSERT_EQ(velquist_display_price(c.amount, c.locale, c.rule, &text), VELQUIST_OK)
-        << c.amount << " " << c.locale << ": " << velquist_last_error();
-    EXPECT_EQ(take(text), c.expected) << c.amount << " " << c.locale;
-    EXPECT_STREQ(velquist_last_error(), "");
+    ASSERT_EQ(c.call(&text), VELQUIST_OK) << velquist_last_error();
+    EXPECT_EQ(take(text), c.expected);
   }
 }
 
-struct Refusal {
-  const char* name;
-  std::function<int(char**)> call;
-  int status;
-  const char* message;  // a part of the last error
-};
-
 TEST(CInterface, BadInputIsRefusedWithAMessage) {
+  constexpr int file = VELQUIST_ERROR_FILE;
+  constexpr int bad = VELQUIST_ERROR_INVALID_ARGUMENT;
   velquist_period_format_options badStyle{.unit_style = "tiny"};
   velquist_period_format_options badUnit{.units_collapsed = "day,fortnight"};
-  const Refusal cases[] = {
-      {"null amount", [](char** out) { return velquist_display_price(nullptr, "en_US", nullptr, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "velquist_display_price: amount is NULL"},
-      {"comma amount", [](char** out) { return velquist_display_price("12,5", "en_US", nullptr, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "'12,5' is not a decimal amount"},
-      {"empty amount", [](char** out) { return velquist_display_price("", "en_US", nullptr, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "is not a decimal amount"},
-      {"nan amount", [](char** out) { return velquist_display_price("nan", "en_US", nullptr, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "is not a decimal amount"},
-      {"garbage locale", [](char** out) { return velquist_display_price("1", "!!", nullptr, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown locale '!!'"},
-      {"unknown language", [](char** out) { return velquist_display_price("1", "qq_US", nullptr, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown locale 'qq_US'"},
-      {"unknown region", [](char** out) { return velquist_display_price("1", "en_QQ", nullptr, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown locale 'en_QQ'"},
-      {"empty locale", [](char** out) { return velquist_display_price("1", "", nullptr, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown locale ''"},
-      {"unknown rule", [](char** out) { return velquist_display_price("1", "en_US", "sideways", out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown rounding rule 'sideways'"},
-      {"null out", [](char**) { return velquist_display_price("1", "en_US", nullptr, nullptr); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "out_text is NULL"},
-      {"bad period", [](char** out) { return velquist_convert_price("1", "P1W2D", "P1Y", out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "'P1W2D' is not a period"},
-      {"zero period", [](char** out) { return velquist_convert_price("1", "P0W", "P1Y", out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "'P0W' is not a period"},
-      {"huge period", [](char** out) { return velquist_convert_price("1", "P1W", "P9223372036854775807Y", out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "is not a period"},
-      {"null period", [](char** out) { return velquist_period_text(nullptr, "en_US", nullptr, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "period is NULL"},
-      {"bad unit style", [&](char** out) { return velquist_period_text("P1W", "en_US", &badStyle, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown unit style 'tiny'"},
-      {"bad unit", [&](char** out) { return velquist_period_text("P1W", "en_US", &badUnit, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "unknown unit 'fortnight'"},
-      {"discount bad plan", [](char** out) { return velquist_discount("1", "weekly", "2", "P1W", nullptr, out, nullptr); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "'weekly' is not a period"},
-      {"discount null", [](char** out) { return velquist_discount("1", "P1W", nullptr, "P1W", nullptr, out, nullptr); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "other_amount is NULL"},
-      {"missing file", [](char**) {
-         velquist_sandbox* sandbox = nullptr;
-         return velquist_sandbox_open("/no/such/file.storekit", nullptr, &sandbox);
-       }, VELQUIST_ERROR_FILE, "/no/such/file.storekit"},
-      {"not a storekit file", [](char**) {
-         velquist_sandbox* sandbox = nullptr;
-         return velquist_sandbox_open(paywallFile.c_str(), nullptr, &sandbox);
-       }, VELQUIST_ERROR_FILE, "velquist_demo_paywall.json"},
-      {"null sandbox", [](char** out) { return velquist_products_json(nullptr, nullptr, 0, out); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "sandbox is NULL"},
-      {"null sandbox buy", [](char**) { return velquist_buy(nullptr, "x", nullptr); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "sandbox is NULL"},
-      {"null observation", [](char**) { return velquist_observation_wait(nullptr, 1, 0); },
-       VELQUIST_ERROR_INVALID_ARGUMENT, "observation is NULL"},
+  velquist_sandbox* sandbox = nullptr;
+  const struct {
+    const char* name;
+    std::function<int(char**)> call;
+    const char* message;  // a part of the last error
+    int status = VELQUIST_ERROR_INVALID_ARGUMENT;
+    bool handsOutText = true;  // whether `call` passes its argument as the text out parameter
+  } cases[] = {
+      {"null amount", [](char** o) { return velquist_display_price(nullptr, "en_US", nullptr, o); },
+       "velquist_display_price: amount is NULL"},
+      {"comma amount", [](char** o) { return velquist_display_price("12,5", "en_US", nullptr, o); }, "'12,5' is not a"},
+      {"empty amount", [](char** o) { return velquist_display_price("", "en_US", nullptr, o); }, "is not a decimal"},
+      {"unknown language", [](char** o) { return velquist_display_price("1", "qq_US", nullptr, o); }, "locale 'qq_US'"},
+      {"unknown region", [](char** o) { return velquist_display_price("1", "en_QQ", nullptr, o); }, "locale 'en_QQ'"},
+      {"unknown rule", [](char** o) { return velquist_display_price("1", "en_US", "sideways", o); }, "rule 'sideways'"},
+      {"null out", [](char**) { return velquist_display_price("1", "en_US", nullptr, nullptr); }, "out_text is NULL",
+       bad, false},
+      {"two parts", [](char** o) { return velquist_convert_price("1", "P1W2D", "P1Y", o); }, "'P1W2D' is not a period"},
+      {"zero period", [](char** o) { return velquist_convert_price("1", "P0W", "P1Y", o); }, "'P0W' is not a period"},
+      {"huge period", [](char** o) { return velquist_convert_price("1", "P1W", "P9223372036854775807Y", o); },
+       "is not a period"},
+      {"null period", [](char** o) { return velquist_period_text(nullptr, "en_US", nullptr, o); }, "period is NULL"},
+      {"bad unit style", [&](char** o) { return velquist_period_text("P1W", "en_US", &badStyle, o); }, "style 'tiny'"},
+      {"bad unit", [&](char** o) { return velquist_period_text("P1W", "en_US", &badUnit, o); }, "unit 'fortnight'"},
+      {"discount bad plan", [](char** o) { return velquist_discount("1", "weekly", "2", "P1W", nullptr, o, nullptr); },
+       "'weekly' is not a period"},
+      {"discount null", [](char** o) { return velquist_discount("1", "P1W", nullptr, "P1W", nullptr, o, nullptr); },
+       "other_amount is NULL"},
+      {"missing file", [&](char**) { return velquist_sandbox_open("/no/such/file.storekit", nullptr, &sandbox); },
+       "/no/such/file.storekit", file, false},
+      {"null sandbox", [](char** o) { return velquist_products_json(nullptr, nullptr, 0, o); }, "sandbox is NULL"},
+      {"null sandbox buy", [](char**) { return velquist_buy(nullptr, "x", nullptr); }, "sandbox is NULL", bad, false},
+      {"null observation", [](char**) { return velquist_observation_wait(nullptr, 1, 0); }, "observation is NULL", bad,
+       false},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
     char* out = reinterpret_cast<char*>(1);
-    EXPECT_EQ(c.call(&out), c.status) << c.name;
-    EXPECT_NE(std::string(velquist_last_error()).find(c.message), std::string::npos)
-        << c.name << ": " << velquist_last_error();
-    if (out != reinterpret_cast<char*>(1)) {
-      EXPECT_EQ(out, nullptr) << c.name << ": nothing is handed out on failure";
+    sandbox = reinterpret_cast<velquist_sandbox*>(1);
+    EXPECT_EQ(c.call(&out), c.status);
+    EXPECT_NE(std::string(velquist_last_error()).find(c.message), std::string::npos) << velquist_last_error();
+    // On failure nothing is handed out and the out parameter is NULL.
+    if (c.handsOutText) {
+      EXPECT_EQ(out, nullptr);
+    }
+    if (c.status == file) {
+      EXPECT_EQ(sandbox, nullptr);
     }
   }
   velquist_string_free(nullptr);
@@ -163,6 +163,7 @@ TEST(CInterface, OddTextsAreAnsweredOrRefused) {
   }
 }
 
+// The last error is the calling thread's, and the next call that succeeds clears it.
 TEST(CInterface, LastErrorBelongsToTheThread) {
   char* text = nullptr;
   ASSERT_NE(velquist_display_price("x", "en_US", nullptr, &text), VELQUIST_OK);
@@ -174,46 +175,26 @@ TEST(CInterface, LastErrorBelongsToTheThread) {
   }).join();
   EXPECT_EQ(other, "");
   EXPECT_NE(std::string(velquist_last_error()).find("'x'"), std::string::npos) << velquist_last_error();
+  ASSERT_EQ(velquist_display_price("1", "en_US", nullptr, &text), VELQUIST_OK);
+  velquist_string_free(text);
+  EXPECT_STREQ(velquist_last_error(), "");
 }
 
-TEST(CInterface, PricesPeriodsAndDiscounts) {
-  char* text = nullptr;
-  ASSERT_EQ(velquist_convert_price("4.99", "P1W", "P1Y", &text), VELQUIST_OK);
-  EXPECT_EQ(take(text), "260.3712140000000510976");
-  ASSERT_EQ(velquist_convert_price("9.99", "P1M", "P1Y", &text), VELQUIST_OK);
-  EXPECT_EQ(take(text), "119.88");
-
-  char* fraction = nullptr;
-  ASSERT_EQ(velquist_discount("39.99", "P1Y", "4.99", "P1W", "en_US", &fraction, &text), VELQUIST_OK);
-  EXPECT_EQ(take(fraction), "0.85");
-  EXPECT_EQ(take(text), "85%");
-  ASSERT_EQ(velquist_discount("39.99", "P1Y", "4.99", "P1W", "de_DE", nullptr, &text), VELQUIST_OK);
-  EXPECT_EQ(take(text), "85\u00a0%");
-  ASSERT_EQ(velquist_discount("49.99", "once", "39.99", "P1Y", "en_US", &fraction, nullptr), VELQUIST_OK);
-  EXPECT_EQ(take(fraction), "-0.25");
-
-  struct PeriodCase {
-    const char* period;
-    const char* locale;
-    velquist_period_format_options options;
-    bool useOptions;
-    const char* expected;
-  };
-  const PeriodCase periods[] = {
-      {"P3M", "en_US", {}, false, "3 months"},
-      {"P1W", "en_US", {}, false, "week"},
-      {"P1W", "en_US", {.always_show_value = 1}, true, "1 week"},
-      {"P7D", "en_US", {.units_collapsed = "day"}, true, "week"},
-      {"P1Y", "en_US", {.unit_style = "shortened", .units_expanded = "year"}, true, "12 mo"},
-      {"P1M", "en_US", {.unit_style = "recurrent"}, true, "monthly"},
-      {"P3D", "ru_RU", {}, false, "3 дня"},
-      {"P5D", "ru_RU", {}, false, "5 дней"},
-  };
-  for (const auto& c : periods) {
-    ASSERT_EQ(velquist_period_text(c.period, c.locale, c.useOptions ? &c.options : nullptr, &text), VELQUIST_OK)
-        << c.period << ": " << velquist_last_error();
-    EXPECT_EQ(take(text), c.expected) << c.period << " " << c.locale;
+// Period texts in two locales at once: each call's locale is its own for the whole call.
+TEST(CInterface, PeriodTextsFromManyThreads) {
+  std::atomic<int> wrong = 0;
+  std::vector<std::thread> threads;
+  for (const char* locale : {"en_US", "de_DE", "en_US", "de_DE"}) {
+    threads.emplace_back([&wrong, locale] {
+      const std::string expected = locale[0] == 'd' ? "3 Monate" : "3 months";
+      for (int round = 0; round < 50; ++round) {
+        char* text = nullptr;
+        if (velquist_period_text("P3M", locale, nullptr, &text) != VELQUIST_OK || take(text) != expected) ++wrong;
+      }
+    });
   }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
 }
 
 // The sandbox tests keep the user defaults (where the remembered first purchases go) in a
@@ -231,17 +212,17 @@ class CSandbox : public testing::Test {
     std::filesystem::remove_all(home_, ignored);
   }
 
-  // Each test starts with a store that has sold nothing.
+  // Each test starts with a store that has sold nothing, in a state folder of its own, and
+  // no first purchase remembered from another test.
   void SetUp() override {
-    const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(test->test_suite_name()) + "." + test->name();
-    std::replace(name.begin(), name.end(), '/', '_');
-    ASSERT_EQ(velquist_sandbox_open(storekitFile.c_str(), (home_ / name).c_str(), &sandbox_), VELQUIST_OK)
-        << velquist_last_error();
+    velquist::storekit::setOriginalTransactionIDs(velquist::usersettings::UserSettingsClient::live(), {});
+    const auto state = home_ / std::to_string(++opened_);
+    ASSERT_EQ(velquist_sandbox_open(storekitFile.c_str(), state.c_str(), &sandbox_), VELQUIST_OK) << velquist_last_error();
   }
   void TearDown() override { velquist_sandbox_close(sandbox_); }
 
   static inline std::filesystem::path home_;
+  static inline int opened_ = 0;
   velquist_sandbox* sandbox_ = nullptr;
 };
 
@@ -256,7 +237,7 @@ TEST_F(CSandbox, ProductsInTheOrderAskedUnknownOnesLeftOut) {
                        "com.velquist.demo.pro.yearly"};
   char* json = nullptr;
   ASSERT_EQ(velquist_products_json(sandbox_, ids, 4, &json), VELQUIST_OK) << velquist_last_error();
-  const auto products = velquist::foundation::parseJson(take(json));
+  const auto products = parseJson(take(json));
   ASSERT_EQ(products.arrayValue().size(), 2u);
   const auto& yearly = products.arrayValue()[0];
   EXPECT_EQ(field(yearly, "id").stringValue(), "com.velquist.demo.pro.yearly");
@@ -268,54 +249,44 @@ TEST_F(CSandbox, ProductsInTheOrderAskedUnknownOnesLeftOut) {
   EXPECT_EQ(velquist_products_json(sandbox_, withNull, 2, &json), VELQUIST_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(velquist_products_json(sandbox_, nullptr, 1, &json), VELQUIST_ERROR_INVALID_ARGUMENT);
   ASSERT_EQ(velquist_products_json(sandbox_, nullptr, 0, &json), VELQUIST_OK);
-  EXPECT_EQ(velquist::foundation::parseJson(take(json)).arrayValue().size(), 8u);
+  EXPECT_EQ(parseJson(take(json)).arrayValue().size(), 8u);
 }
 
 TEST_F(CSandbox, PaywallWithRoles) {
   char* json = nullptr;
   ASSERT_EQ(velquist_paywall_json(sandbox_, paywallFile.c_str(), &json), VELQUIST_OK) << velquist_last_error();
-  const auto paywall = velquist::foundation::parseJson(take(json));
+  const auto paywall = parseJson(take(json));
   EXPECT_EQ(field(field(paywall, "roles"), "selected").stringValue(), "com.velquist.demo.pro.yearly");
   const auto& yearly = field(paywall, "products").arrayValue()[2];
   EXPECT_EQ(field(yearly, "id").stringValue(), "com.velquist.demo.pro.yearly");
-  EXPECT_EQ(field(yearly, "price").stringValue(), "$39.99 / year");
-  EXPECT_EQ(field(yearly, "discount").stringValue(), "85%");
   EXPECT_EQ(field(yearly, "roles").arrayValue().size(), 3u);
 
   EXPECT_EQ(velquist_paywall_json(sandbox_, storekitFile.c_str(), &json), VELQUIST_ERROR_FILE);
   EXPECT_NE(std::string(velquist_last_error()).find("velquist_demo.storekit"), std::string::npos);
 }
 
-// Collects the batches a mechanism delivers.
-struct Batches {
+// Collects the records of the batches a mechanism delivers.
+struct Records {
   std::mutex mutex;
-  std::vector<velquist::foundation::JsonValue> received;
+  std::vector<JsonValue> received;
 
   static void callback(const char* json, void* context) {
-    auto& self = *static_cast<Batches*>(context);
+    auto& self = *static_cast<Records*>(context);
+    const JsonValue batch = parseJson(json);
     std::lock_guard lock(self.mutex);
-    self.received.push_back(velquist::foundation::parseJson(json));
+    for (const auto& record : batch.arrayValue()) self.received.push_back(record);
   }
-  std::vector<velquist::foundation::JsonValue> all() {
+  std::vector<JsonValue> all() {
     std::lock_guard lock(mutex);
     return received;
-  }
-  // Every record delivered so far, batch after batch.
-  std::vector<velquist::foundation::JsonValue> records() {
-    std::vector<velquist::foundation::JsonValue> result;
-    for (const auto& batch : all()) {
-      for (const auto& record : batch.arrayValue()) result.push_back(record);
-    }
-    return result;
   }
 };
 
 // The first delivered record of `product` in `state`, waiting for up to `limit` batches.
-std::optional<velquist::foundation::JsonValue> awaitRecord(velquist_observation* observation, Batches& batches,
-                                                           const std::string& product, const std::string& state,
-                                                           std::size_t limit = 6) {
+std::optional<JsonValue> awaitRecord(velquist_observation* observation, Records& records, const std::string& product,
+                                     const std::string& state, std::size_t limit = 6) {
   for (std::size_t count = 1; count <= limit; ++count) {
-    for (const auto& record : batches.records()) {
+    for (const auto& record : records.all()) {
       if (field(record, "productID").stringValue() == product && field(record, "state").stringValue() == state) {
         return record;
       }
@@ -325,14 +296,7 @@ std::optional<velquist::foundation::JsonValue> awaitRecord(velquist_observation*
   return std::nullopt;
 }
 
-class CSandboxMechanism : public CSandbox, public testing::WithParamInterface<const char*> {
- protected:
-  void SetUp() override {
-    // No first purchase remembered from another test.
-    velquist::storekit::setOriginalTransactionIDs(velquist::usersettings::UserSettingsClient::live(), {});
-    CSandbox::SetUp();
-  }
-};
+class CSandboxMechanism : public CSandbox, public testing::WithParamInterface<const char*> {};
 
 // The purchase story through either mechanism: the first purchase starts the free trial, a
 // restore brings it back as restored, finishing works by identifier, and an ended
@@ -340,13 +304,13 @@ class CSandboxMechanism : public CSandbox, public testing::WithParamInterface<co
 // no transaction is delivered twice in the same state.
 TEST_P(CSandboxMechanism, PurchaseStory) {
   const std::string product = "com.velquist.demo.pro.weekly";
-  Batches batches;
+  Records records;
   velquist_observation* observation = nullptr;
-  ASSERT_EQ(velquist_follow_transactions(sandbox_, GetParam(), &Batches::callback, &batches, &observation), VELQUIST_OK)
+  ASSERT_EQ(velquist_follow_transactions(sandbox_, GetParam(), &Records::callback, &records, &observation), VELQUIST_OK)
       << velquist_last_error();
 
   ASSERT_EQ(velquist_buy(sandbox_, product.c_str(), nullptr), VELQUIST_OK);
-  const auto purchased = awaitRecord(observation, batches, product, "purchased");
+  const auto purchased = awaitRecord(observation, records, product, "purchased");
   ASSERT_TRUE(purchased) << velquist_last_error();
   EXPECT_TRUE(field(*purchased, "isStartTrial").boolValue());
   const std::string id = field(*purchased, "id").stringValue();
@@ -354,7 +318,7 @@ TEST_P(CSandboxMechanism, PurchaseStory) {
   EXPECT_EQ(velquist_finish(sandbox_, "no-such-transaction"), VELQUIST_ERROR_INVALID_ARGUMENT);
 
   ASSERT_EQ(velquist_restore(sandbox_), VELQUIST_OK);
-  const auto restored = awaitRecord(observation, batches, product, "restored");
+  const auto restored = awaitRecord(observation, records, product, "restored");
   ASSERT_TRUE(restored);
   EXPECT_FALSE(field(*restored, "isStartTrial").boolValue());
   EXPECT_EQ(field(*restored, "originalID").stringValue(), id);
@@ -362,38 +326,18 @@ TEST_P(CSandboxMechanism, PurchaseStory) {
   ASSERT_EQ(velquist_sandbox_wait_until_idle(sandbox_), VELQUIST_OK);
 
   std::set<std::string> seen;
-  for (const auto& record : batches.records()) {
+  for (const auto& record : records.all()) {
     const std::string key = velquist::foundation::toJsonText(field(record, "id")) + " " + field(record, "state").stringValue();
     EXPECT_TRUE(seen.insert(key).second) << "delivered twice: " << key;
   }
 
   velquist_observation_end(observation);
-  const std::size_t after = batches.all().size();
+  const std::size_t after = records.all().size();
   ASSERT_EQ(velquist_buy(sandbox_, "com.velquist.demo.coins100", nullptr), VELQUIST_OK);
   ASSERT_EQ(velquist_sandbox_wait_until_idle(sandbox_), VELQUIST_OK);
-  EXPECT_EQ(batches.all().size(), after) << "no callback after the observation ended";
+  EXPECT_EQ(records.all().size(), after) << "no callback after the observation ended";
 }
 
 INSTANTIATE_TEST_SUITE_P(Mechanisms, CSandboxMechanism, testing::Values("listener", "stream"));
-
-TEST(CInterface, FormattingFromManyThreads) {
-  std::atomic<int> wrong = 0;
-  std::vector<std::thread> threads;
-  for (int index = 0; index < 4; ++index) {
-    threads.emplace_back([&, index] {
-      for (int round = 0; round < 50; ++round) {
-        char* text = nullptr;
-        const char* locale = index % 2 ? "de_DE" : "en_US";
-        if (velquist_period_text("P3M", locale, nullptr, &text) != VELQUIST_OK) {
-          ++wrong;
-          continue;
-        }
-        if (take(text) != (index % 2 ? "3 Monate" : "3 months")) ++wrong;
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(wrong, 0);
-}
 
 }  // namespace
