@@ -165,6 +165,7 @@ TEST(DumpDepth, CollapsesContainersWithNoDepthLeft) {
       {"object", session(&users, "u_1", true), "Session(…)", 0},
       {"one multi-line leaf field", record("N", {{"t", DumpValue::leaf("a\nb")}}), "N(…)", 0},
       {"inline form in full", record("ID", {{"rawValue", str("x")}}), R"(ID(rawValue: "x"))", 0},
+      {"multi-line string", str("a\nb"), R"("…")", 0},
       {"empty forms in full", dumpValue(std::vector<std::map<int, int>>{{}}), "[\n  [0]: [:]\n]", 1},
   });
 }
