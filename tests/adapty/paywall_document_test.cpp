@@ -36,15 +36,18 @@ TEST(PaywallDocument, RemoteConfigurationIsKeptAsText) {
   }
 }
 
-TEST(PaywallDocument, ProductEntriesRestateTheSdkMembers) {
-  const auto document = parsePaywallDocument(R"({"id": "onboarding", "unused": 1, "products": [
-      {"productId": "pro.weekly"},
+// Every member a product entry can have, and some it may leave out or set to null.
+const std::string fullDocument = R"({"id": "onboarding", "unused": 1, "remoteConfig": {"a": [1, {"b": null}]},
+    "products": [{"productId": "pro.weekly"},
       {"productId": "pro.yearly", "localizedTitle": "Yearly", "localizedDescription": "", "price": 39.990,
        "subscriptionGroupIdentifier": "pro", "subscriptionPeriod": {"unit": "unknown", "numberOfUnits": 1},
        "introductoryDiscount": {"identifier": "trial", "price": 0, "paymentMode": "free_trial",
                                 "subscriptionPeriod": {"unit": "week", "numberOfUnits": 1.0}}},
       {"productId": "pro.weekly", "price": null, "introductoryDiscount": {"price": 1.99, "paymentMode": "unknown",
-                                "subscriptionPeriod": {"unit": "month", "numberOfUnits": 3}}}]})", "paywall.json");
+                                "subscriptionPeriod": {"unit": "month", "numberOfUnits": 1000}}}]})";
+
+TEST(PaywallDocument, ProductEntriesRestateTheSdkMembers) {
+  const auto document = parsePaywallDocument(fullDocument, "paywall.json");
   const std::vector<AdaptyPaywallDocument::Product> expected = {
       {.productIdentifier = "pro.weekly"},
       {.productIdentifier = "pro.yearly", .localizedTitle = "Yearly", .localizedDescription = "",
@@ -53,7 +56,7 @@ TEST(PaywallDocument, ProductEntriesRestateTheSdkMembers) {
        .introductoryDiscount =
            AdaptyProductDiscount{"trial", Decimal(0), {AdaptyPeriodUnit::week, 1}, Mode::freeTrial}},
       {.productIdentifier = "pro.weekly", .introductoryDiscount = AdaptyProductDiscount{
-           std::nullopt, Decimal(199, -2), {AdaptyPeriodUnit::month, 3}, Mode::unknown}},
+           std::nullopt, Decimal(199, -2), {AdaptyPeriodUnit::month, 1000}, Mode::unknown}},
   };
   EXPECT_EQ(document.products, expected);
   EXPECT_EQ(document.productIdentifiers(), (std::vector<std::string>{"pro.weekly", "pro.yearly"}));
@@ -95,10 +98,7 @@ TEST(PaywallDocument, MalformedDocumentsNameThePathAndReason) {
 }
 
 TEST(PaywallDocument, AnyDamageGivesAnErrorOrADocument) {
-  const std::string valid = R"({"id": "p", "remoteConfig": {"a": [1, {"b": null}]}, "products": [
-      {"productId": "a", "price": 1.5, "subscriptionPeriod": {"unit": "week", "numberOfUnits": 2},
-       "introductoryDiscount": {"price": 0, "paymentMode": "free_trial",
-                                "subscriptionPeriod": {"unit": "day", "numberOfUnits": 3}}}]})";
+  const std::string& valid = fullDocument;
   const auto refused = [](const std::string& text) {
     try {
       parsePaywallDocument(text, "damaged.json");

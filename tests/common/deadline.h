@@ -1,9 +1,8 @@
 #pragma once
 
-// Every wait of the tests has a deadline: whatever a test waits for from another thread, it
-// waits at most `patience`, then fails naming what it was waiting for, so a lost wake-up in
-// the library fails its test instead of hanging the suite. A guard, not a timing check: no
-// wait here comes near it, even under a sanitizer.
+// Every wait of the tests has a deadline: a wait gives up after `patience` and fails the test
+// naming what it waited for, so a lost wake-up fails its test instead of hanging the suite.
+// A guard, not a timing check: no wait comes near it, even under a sanitizer.
 
 #include <atomic>
 #include <chrono>
@@ -11,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <optional>
 #include <stop_token>
@@ -26,8 +26,8 @@ namespace velquist::testing {
 inline constexpr std::chrono::seconds patience{30};
 
 namespace detail {
-// Set once a wait has given up; cleared as each test starts. The test's later waits then wait
-// only briefly, or together they would run it into its ctest timeout.
+// Set once a wait of the running test has given up (cleared as each test starts): its later
+// waits then last a second, or together they would run into the ctest timeout.
 inline std::atomic<bool> gaveUp = false;
 }  // namespace detail
 
@@ -67,9 +67,9 @@ class Deadline {
   explicit Deadline(std::string what)
       : what_(std::move(what)), watchdog_([this, wait = patienceLeft()](std::stop_token over) {
           std::mutex mutex;
-          std::condition_variable_any never;
           std::unique_lock lock(mutex);
-          if (!never.wait_for(lock, over, wait, [] { return false; }) && !over.stop_requested()) giveUp_.request_stop();
+          std::condition_variable_any().wait_for(lock, over, wait, [] { return false; });
+          if (!over.stop_requested()) giveUp_.request_stop();
         }) {}
 
   std::stop_token token() const { return giveUp_.get_token(); }
@@ -99,31 +99,19 @@ std::optional<T> nextWithin(support::AsyncStream<T>& stream, const std::string& 
 /// still running then uses the test's locals and cannot be abandoned: the program stops.
 class GuardedThread {
  public:
-  explicit GuardedThread(std::function<void()> body)
-      : thread_([this, body = std::move(body)] {
-          body();
-          std::lock_guard lock(mutex_);  // notified under the lock: the joiner may go on at once
-          done_ = true;
-          ended_.notify_all();
-        }) {}
-  ~GuardedThread() { if (thread_.joinable()) join("a thread of the test to end"); }
+  explicit GuardedThread(std::function<void()> body) : done_(std::async(std::launch::async, std::move(body))) {}
+  ~GuardedThread() { if (done_.valid()) join("a thread of the test to end"); }
 
   void join(const std::string& what) {
-    {
-      std::unique_lock lock(mutex_);
-      if (!ended_.wait_for(lock, patienceLeft(), [&] { return done_; })) {
-        std::fprintf(stderr, "Gave up waiting for %s; stopping the test program\n", what.c_str());
-        std::abort();
-      }
+    if (done_.wait_for(patienceLeft()) != std::future_status::ready) {
+      std::fprintf(stderr, "Gave up waiting for %s; stopping the test program\n", what.c_str());
+      std::abort();
     }
-    thread_.join();
+    done_.get();
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable ended_;
-  bool done_ = false;
-  std::thread thread_;  // last: starts once the rest is ready
+  std::future<void> done_;
 };
 
 }  // namespace velquist::testing

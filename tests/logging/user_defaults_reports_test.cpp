@@ -31,25 +31,21 @@ TEST(UserDefaultsReports, EachBecomesOneLogLine) {
   fs::create_directory(file);
   { foundation::FileUserDefaults(file).setString("b", "k"); }
 
-  std::vector<std::pair<LogLevel, std::string>> lines;
+  const std::pair<LogLevel, std::string> expected[] = {
+      {LogLevel::error, "kept 0 entries; the damaged file is now " + file.string() + ".damaged-1"},
+      {LogLevel::info, ": the last write was cut short ("},
+      {LogLevel::error, " cannot be used ("},
+      {LogLevel::error, ": write failed ("}};
+  std::vector<LogEntry> lines;
   for (const auto& entry : capture.entries()) {
-    if (entry.subsystem == "velquist.foundation" && entry.category == "UserDefaults" &&
-        entry.message.starts_with(file.string())) {
-      lines.emplace_back(entry.level, entry.message);
-    }
+    if (entry.subsystem == "velquist.foundation" && entry.category == "UserDefaults") lines.push_back(entry);
   }
-  ASSERT_EQ(lines.size(), 4u);
-  EXPECT_EQ(lines[0].first, LogLevel::error);
-  EXPECT_NE(lines[0].second.find("is damaged"), std::string::npos) << lines[0].second;
-  EXPECT_NE(lines[0].second.find("kept 0 entries; the damaged file is now " + file.string() + ".damaged-1"),
-            std::string::npos)
-      << lines[0].second;
-  EXPECT_EQ(lines[1].first, LogLevel::info);
-  EXPECT_NE(lines[1].second.find("the last write was cut short"), std::string::npos) << lines[1].second;
-  EXPECT_EQ(lines[2].first, LogLevel::error);
-  EXPECT_NE(lines[2].second.find("cannot be used"), std::string::npos) << lines[2].second;
-  EXPECT_EQ(lines[3].first, LogLevel::error);
-  EXPECT_NE(lines[3].second.find("write failed"), std::string::npos) << lines[3].second;
+  ASSERT_EQ(lines.size(), std::size(expected));
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_EQ(lines[i].level, expected[i].first) << i;
+    EXPECT_TRUE(lines[i].message.starts_with(file.string())) << lines[i].message;
+    EXPECT_NE(lines[i].message.find(expected[i].second), std::string::npos) << lines[i].message;
+  }
   fs::remove_all(folder);
 }
 

@@ -95,13 +95,11 @@ TEST(SKProductsRequest, LifeOfARequest) {
 TEST(PaymentQueue, ObserversAreHeldWeaklyOnceEachInOrderAndMayChangeTheListFromInsideACall) {
   std::vector<std::string> log;
   SKPaymentQueue& queue = SKPaymentQueue::defaultQueue();
-  auto first = std::make_shared<Recorder>(log, "first");
-  auto second = std::make_shared<Recorder>(log, "second");
-  auto gone = std::make_shared<Recorder>(log, "gone");
-  auto late = std::make_shared<Recorder>(log, "late");
+  const auto recorder = [&](const char* name) { return std::make_shared<Recorder>(log, name); };
+  auto first = recorder("first"), second = recorder("second"), gone = recorder("gone"), late = recorder("late");
   for (const auto& observer : {first, gone, second, first}) queue.addTransactionObserver(observer);
   gone.reset();
-  queue.removeTransactionObserver(std::make_shared<Recorder>(log, "never added"));
+  queue.removeTransactionObserver(recorder("never added"));
   first->onUpdate = [&] { queue.removeTransactionObserver(first), queue.addTransactionObserver(late); };
 
   auto transaction = std::make_shared<SKPaymentTransaction>(SKPayment{.productIdentifier = "pro"});
@@ -131,17 +129,12 @@ TEST(PaymentQueue, PaymentsAndRestoresGoToTheBackendAndFailWithoutOne) {
   EXPECT_EQ(log.back(), "restored");
 }
 
-TEST(StoreDescriptions, PeriodsAndPayments) {
-  using Period = SKProductSubscriptionPeriod;
-  const SKPayment twice{.productIdentifier = "pro", .quantity = 2};
-  const SKPayment withOffer{.productIdentifier = "pro", .paymentDiscount = SKPaymentDiscount{.identifier = "winback"}};
-  const std::vector<std::pair<std::string, std::string>> examples = {
-      {Period{3, SKProductPeriodUnit::month}.description(), "<SKProductSubscriptionPeriod numberOfUnits: 3, unit: month>"},
-      {Period{1, SKProductPeriodUnit{9}}.description(), "<SKProductSubscriptionPeriod numberOfUnits: 1, unit: 9>"},
-      {twice.description(), "<SKPayment productIdentifier: pro, quantity: 2>"},
-      {withOffer.description(), "<SKPayment productIdentifier: pro, quantity: 1, paymentDiscount: winback>"},
-  };
-  for (const auto& [actual, expected] : examples) EXPECT_EQ(actual, expected);
+// The common forms are pinned where transactions and products are described; here the rare parts.
+TEST(StoreDescriptions, UnknownUnitsAndPaymentDiscounts) {
+  EXPECT_EQ((SKProductSubscriptionPeriod{1, SKProductPeriodUnit{9}}.description()),
+            "<SKProductSubscriptionPeriod numberOfUnits: 1, unit: 9>");
+  EXPECT_EQ((SKPayment{.productIdentifier = "pro", .paymentDiscount = SKPaymentDiscount{.identifier = "winback"}}).description(),
+            "<SKPayment productIdentifier: pro, quantity: 1, paymentDiscount: winback>");
 }
 
 }  // namespace

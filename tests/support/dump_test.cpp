@@ -85,7 +85,6 @@ TEST(DumpStructs, ContainerLayoutAndInlineRule) {
 TEST(DumpEnums, RootNestedAndPayloads) {
   const auto baz = nested("baz", {{"fizz", dumpValue(0.9)}, {"buzz", str("2")}});
   const auto fizz = nested("fizz", {{"", dumpValue(0.9)}, {"buzz", str("2")}});
-  const auto success = [](DumpValue payload) { return DumpValue::enumeration("Result", "success", {{"", payload}}); };
   expectRenders({
       {"case", nested("foo"), "Enum.foo"},
       {"one positional payload", nested("bar", {{"", leaf(42)}}), "Enum.bar(42)"},
@@ -94,8 +93,6 @@ TEST(DumpEnums, RootNestedAndPayloads) {
       {"mixed payloads", fizz, "Enum.fizz(\n  0.9,\n  buzz: \"2\"\n)"},
       {"enum payload", DumpValue::enumeration("Nested", "nest", {{"", fizz}}),
        "Nested.nest(\n  .fizz(\n    0.9,\n    buzz: \"2\"\n  )\n)"},
-      {"one enum payload", success(success(leaf(42))), "Result.success(\n  .success(42)\n)"},
-      {"namespaced", DumpValue::enumeration("Namespaced.Enum", "x", {{"", leaf(0)}}), "Namespaced.Enum.x(0)"},
       {"optional at the root", optional(nested("foo")), ".foo"},
       {"in a field", record("Holder", {{"value", nested("foo")}}), "Holder(value: .foo)"},
       {"as key and value", DumpValue::dictionary({{nested("foo"), baz}}),
@@ -112,10 +109,6 @@ DumpValue session(const void* identity, const char* userID, bool isActive, int* 
 
 TEST(DumpObjects, IdentityMarkersAndBackReferences) {
   const int a = 0, b = 0, c = 0;
-  EXPECT_EQ(render(record("Three", {{"a", session(&a, "u_1", true)}, {"b", session(&a, "u_1", true)},
-                                    {"c", session(&b, "u_2", false)}})),
-            "Three(\n  a: Session(\n    userID: \"u_1\",\n    isActive: true\n  ),\n  b: Session(↩︎),\n"
-            "  c: #1 Session(\n    userID: \"u_2\",\n    isActive: false\n  )\n)");
   // Numbers count per type name; a repeat keeps the number of its first sighting.
   EXPECT_EQ(render(DumpValue::array({node(&a), node(&b), node(&c), node(&b), node(&a), node(&c, "Other")})),
             "[\n  [0]: Node(),\n  [1]: #1 Node(),\n  [2]: #2 Node(),\n  [3]: #1 Node(↩︎),\n  [4]: Node(↩︎),\n"
@@ -148,13 +141,10 @@ TEST(DumpObjects, IdentityMarkersAndBackReferences) {
 
 TEST(DumpCollections, EmptyFormsAndOrdering) {
   expectRenders({
-      {"one element array", dumpValue(std::vector<int>{42}), "[\n  [0]: 42\n]"},
       {"set sorted as text", dumpValue(std::set<int>{2, 10, 1}), "Set([\n  1,\n  10,\n  2\n])"},
       {"set of records sorted by text", DumpValue::set({dumpValue(User{2, "b"}), dumpValue(User{1, "z"})}),
        "Set([\n  User(\n    id: 1,\n    name: \"z\"\n  ),\n  User(\n    id: 2,\n    name: \"b\"\n  )\n])"},
-      {"empty array", dumpValue(std::vector<int>{}), "[]"},
       {"empty set", dumpValue(std::unordered_set<int>{}), "Set([])"},
-      {"empty dictionary", dumpValue(std::map<int, int>{}), "[:]"},
       {"integer keys sorted as text", dumpValue(std::map<int, std::string>{{2, "b"}, {10, "a"}}),
        "[\n  10: \"a\",\n  2: \"b\"\n]"},
       {"quoted keys, then raw, then numbers",
@@ -165,23 +155,18 @@ TEST(DumpCollections, EmptyFormsAndOrdering) {
 
 TEST(DumpDepth, CollapsesContainersWithNoDepthLeft) {
   const auto users = dumpValue(std::vector<User>{{1, "a"}, {2, "b"}, {3, "c"}});
-  const auto outer = record("Outer", {{"inner", record("Inner", {{"x", leaf(1)}})}});
   expectRenders({
       {"struct", record("P", {{"a", users}, {"b", users}}), "P(\n  a: […],\n  b: […]\n)", 1},
-      {"array depth 1", users, "[\n  [0]: User(…),\n  [1]: User(…),\n  [2]: User(…)\n]", 1},
       {"array depth 0", users, "[…]", 0},
       {"lowest depth", record("M", {{"t", str("a\nb")}}), R"(M(t: "…"))", std::numeric_limits<std::int64_t>::min()},
       {"enum payload", nested("baz", {{"fizz", leaf(1)}, {"buzz", leaf(2)}}), "Enum.baz(…)", 0},
       {"set", dumpValue(std::set<int>{1, 2}), "Set([…])", 0},
       {"dictionary", dumpValue(std::map<int, int>{{1, 2}}), "[…]", 0},
-      {"object", session(&outer, "u_1", true), "Session(…)", 0},
-      {"one struct field", outer, "Outer(…)", 0},
+      {"object", session(&users, "u_1", true), "Session(…)", 0},
       {"one multi-line leaf field", record("N", {{"t", DumpValue::leaf("a\nb")}}), "N(…)", 0},
       {"inline form in full", record("ID", {{"rawValue", str("x")}}), R"(ID(rawValue: "x"))", 0},
-      {"empty forms in full", dumpValue(std::vector<std::map<int, int>>{{}}), "[\n  [0]: [:]\n]", 1},
       {"multi-line string", str("a\nb"), R"("…")", 0},
-      {"multi-line string field", record("E", {{"s", str("x")}, {"body", str("a\nb")}}),
-       "E(\n  s: \"x\",\n  body: \"…\"\n)", 1},
+      {"empty forms in full", dumpValue(std::vector<std::map<int, int>>{{}}), "[\n  [0]: [:]\n]", 1},
   });
 }
 
@@ -210,12 +195,9 @@ TEST(DumpStrings, QuotingRules) {
 }
 
 TEST(DumpStrings, MultiLineIndentation) {
-  const char* body = "To whom it may concern,\n\nLook forward to it!\n\nYours,\nBlob";
   expectRenders({
-      {"labelled field, blank lines indented", record("Email", {{"subject", str("RE: Event")}, {"body", str(body)}}),
-       "Email(\n  subject: \"RE: Event\",\n  body: \"\"\"\n    To whom it may concern,\n    \n    Look forward to it!\n"
-       "    \n    Yours,\n    Blob\n    \"\"\"\n)"},
-      {"only field", record("Memo", {{"text", str("a\nb")}}), "Memo(\n  text: \"\"\"\n    a\n    b\n    \"\"\"\n)"},
+      {"labelled, blank lines indented too", record("Memo", {{"text", str("a\n\nb")}}),
+       "Memo(\n  text: \"\"\"\n    a\n    \n    b\n    \"\"\"\n)"},
       {"optional", record("N", {{"b", optional(std::string("a\n\nb"))}}), "N(\n  b: \"\"\"\n  a\n  \n  b\n  \"\"\"\n)"},
       {"array index", dumpValue(std::vector<std::string>{"a\nb"}), "[\n  [0]: \"\"\"\n    a\n    b\n    \"\"\"\n]"},
       {"dict key", dumpValue(std::map<int, std::string>{{1, "a\nb"}}), "[\n  1: \"\"\"\n    a\n    b\n    \"\"\"\n]"},
