@@ -27,15 +27,14 @@ NS_ASSUME_NONNULL_BEGIN
 + (void)setCatalogue:(NSArray<SKProduct*>*)products;
 /// Every products request fails with this error while it is set.
 + (void)setProductsFailure:(nullable NSError*)error;
-/// While held, answers wait for `answerHeld:`.
+/// While held, answers wait for `answerHeldIncludingCancelled:`.
 + (void)setHoldsAnswers:(BOOL)hold;
-+ (NSUInteger)heldAnswerCount;
 /// Answers the held requests on the calling thread; cancelled ones only when asked to: an
 /// answer already on its way when the request was cancelled, which reaches the delegate the
 /// request had when it was started.
 + (void)answerHeldIncludingCancelled:(BOOL)includingCancelled;
 + (void)waitForAnswers;
-+ (NSUInteger)productsRequestCount;
+/// Requests cancelled after they were started.
 + (NSUInteger)cancelledRequestCount;
 
 // The payment queue.
@@ -53,16 +52,14 @@ NS_ASSUME_NONNULL_BEGIN
        error:(nullable NSError*)error;
 /// Puts the transactions on the queue (if not yet there) and tells every observer.
 + (void)report:(NSArray<SKPaymentTransaction*>*)transactions;
+/// Every `finishTransaction:` call, in any state (the framework refuses one still
+/// purchasing, so a test expects none of those).
 + (NSArray<SKPaymentTransaction*>*)finished;
-/// `finishTransaction:` calls refused because the transaction was still purchasing (the
-/// framework raises an exception there).
-+ (NSUInteger)refusedFinishes;
 /// The usernames of restore requests, NSNull for none.
 + (NSArray*)restoreRequests;
 + (void)finishRestore;
 + (void)failRestore:(NSError*)error;
 + (void)revoke:(NSArray<NSString*>*)productIdentifiers;
-+ (void)setStorefront:(nullable SKStorefront*)storefront;
 /// Sets the storefront and tells every observer it changed.
 + (void)changeStorefront:(SKStorefront*)storefront;
 + (NSUInteger)observerCount;

@@ -3,6 +3,7 @@
 
 #import "StoreKitDouble.h"
 
+#include <atomic>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -25,16 +26,14 @@ struct DoubleState {
   bool holding = false;
   NSMutableArray* held = [[NSMutableArray alloc] init];  // SKProductsRequest
   std::vector<std::thread> answering;
-  NSUInteger requestCount = 0, cancelledCount = 0;
+  std::atomic<NSUInteger> cancelledCount = 0, reviewRequests = 0;
 
   NSMutableArray* payments = [[NSMutableArray alloc] init];
   NSMutableArray* transactions = [[NSMutableArray alloc] init];  // on the queue, unfinished
   NSMutableArray* finished = [[NSMutableArray alloc] init];
-  NSUInteger refusedFinishes = 0;
   NSMutableArray* restores = [[NSMutableArray alloc] init];
   SKStorefront* storefront = nil;
   NSMutableArray* observers = [[NSMutableArray alloc] init];  // retained, unlike the framework
-  NSUInteger reviewRequests = 0;
   NSURL* receiptURL = nil;
 };
 
@@ -43,9 +42,26 @@ DoubleState& state() {
   return *shared;
 }
 
-NSArray* observersSnapshot() {
+// Stores `value` retained in `slot`, releasing what was there.
+template <class T>
+void replace(T*& slot, id value) {
   Lock lock(doubleMutex());
-  return [[state().observers copy] autorelease];
+  [value retain];
+  [slot release];
+  slot = value;
+}
+
+NSArray* snapshot(NSArray* list) {
+  Lock lock(doubleMutex());
+  return [[list copy] autorelease];
+}
+
+// Calls `tell` with every observer that implements `selector`, outside the lock.
+template <class Tell>
+void tellObservers(SEL selector, Tell tell) {
+  for (id observer in snapshot(state().observers)) {
+    if ([observer respondsToSelector:selector]) tell(observer);
+  }
 }
 
 void answer(SKProductsRequest* request, NSSet* identifiers, id<SKProductsRequestDelegate> delegate = nil);
@@ -143,17 +159,10 @@ OBJECT_PROPERTY(NSArray*, invalidProductIdentifiers)
   [_productIdentifiers release];
   [super dealloc];
 }
-- (id)delegate {
-  return [super delegate];
-}
-- (void)setDelegate:(id)delegate {
-  [super setDelegate:delegate];
-}
 - (void)start {
   Lock lock(doubleMutex());
   if (_started) return;
   _started = YES;
-  ++state().requestCount;
   if (state().holding) {
     [state().held addObject:self];
     _answeringDelegate = [_delegate retain];
@@ -177,7 +186,7 @@ void answer(SKProductsRequest* request, NSSet* identifiers, id<SKProductsRequest
   SKProductsResponse* response = nil;
   {
     Lock lock(doubleMutex());
-    delegate = [(given ? given : [request delegate]) retain];  // kept for the call, as the framework does
+    delegate = [(given ? given : (id)[request delegate]) retain];  // kept for the call, as the framework does
     failure = [[state().productsFailure retain] autorelease];
     NSMutableArray* products = [NSMutableArray array];
     NSMutableSet* unknown = [[identifiers mutableCopy] autorelease];
@@ -232,12 +241,6 @@ OBJECT_PROPERTY(NSNumber*, timestamp)
   [copy->_values setDictionary:_values];
   return copy;
 }
-- (id)mutableCopyWithZone:(NSZone*)zone {
-  SKMutablePayment* copy = [[SKMutablePayment allocWithZone:zone] init];
-  Lock lock(doubleMutex());
-  [copy->_values setDictionary:_values];
-  return copy;
-}
 OBJECT_PROPERTY(NSString*, productIdentifier)
 NUMBER_PROPERTY(NSInteger, quantity, integerValue)
 OBJECT_PROPERTY(NSString*, applicationUsername)
@@ -277,10 +280,6 @@ OBJECT_PROPERTY(NSString*, identifier)
   Lock lock(doubleMutex());
   return [[state().storefront retain] autorelease];
 }
-- (NSArray*)transactions {
-  Lock lock(doubleMutex());
-  return [[state().transactions copy] autorelease];
-}
 - (void)addPayment:(SKPayment*)payment {
   Lock lock(doubleMutex());
   SKPayment* copy = [[payment copy] autorelease];
@@ -288,8 +287,7 @@ OBJECT_PROPERTY(NSString*, identifier)
   [state().transactions addObject:[SKStoreDouble transactionWithPayment:copy original:nil]];
 }
 - (void)restoreCompletedTransactions {
-  Lock lock(doubleMutex());
-  [state().restores addObject:[NSNull null]];
+  [self restoreCompletedTransactionsWithApplicationUsername:nil];
 }
 - (void)restoreCompletedTransactionsWithApplicationUsername:(NSString*)username {
   Lock lock(doubleMutex());
@@ -298,19 +296,12 @@ OBJECT_PROPERTY(NSString*, identifier)
 - (void)finishTransaction:(SKPaymentTransaction*)transaction {
   {
     Lock lock(doubleMutex());
-    if (transaction.transactionState == SKPaymentTransactionStatePurchasing) {
-      ++state().refusedFinishes;
-      return;
-    }
     [state().finished addObject:transaction];
     if (![state().transactions containsObject:transaction]) return;
     [state().transactions removeObject:transaction];
   }
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    if ([observer respondsToSelector:@selector(paymentQueue:removedTransactions:)]) {
-      [observer paymentQueue:self removedTransactions:@[transaction]];
-    }
-  }
+  tellObservers(@selector(paymentQueue:removedTransactions:),
+                [&](id observer) { [observer paymentQueue:self removedTransactions:@[transaction]]; });
 }
 - (void)addTransactionObserver:(id<SKPaymentTransactionObserver>)observer {
   NSArray* unfinished = nil;
@@ -331,7 +322,6 @@ OBJECT_PROPERTY(NSString*, identifier)
 
 @implementation SKStoreReviewController
 + (void)requestReview {
-  Lock lock(doubleMutex());
   ++state().reviewRequests;
 }
 @end
@@ -349,18 +339,16 @@ OBJECT_PROPERTY(NSString*, identifier)
   [self waitForAnswers];
   Lock lock(doubleMutex());
   DoubleState& s = state();
-  for (SKProductsRequest* request in s.held) {
-    [request->_answeringDelegate release];
-    request->_answeringDelegate = nil;
-  }
+  for (SKProductsRequest* request in s.held) replace(request->_answeringDelegate, nil);
   for (NSMutableArray* list : {s.catalogue, s.held, s.payments, s.transactions, s.finished, s.restores, s.observers}) {
     [list removeAllObjects];
   }
-  [s.productsFailure release], s.productsFailure = nil;
-  [s.storefront release], s.storefront = nil;
-  [s.receiptURL release], s.receiptURL = nil;
+  replace(s.productsFailure, nil);
+  replace(s.storefront, nil);
+  replace(s.receiptURL, nil);
   s.holding = false;
-  s.requestCount = s.cancelledCount = s.refusedFinishes = s.reviewRequests = 0;
+  s.cancelledCount = 0;
+  s.reviewRequests = 0;
 }
 
 + (void)setCatalogue:(NSArray*)products {
@@ -368,18 +356,11 @@ OBJECT_PROPERTY(NSString*, identifier)
   [state().catalogue setArray:products];
 }
 + (void)setProductsFailure:(NSError*)error {
-  Lock lock(doubleMutex());
-  [error retain];
-  [state().productsFailure release];
-  state().productsFailure = error;
+  replace(state().productsFailure, error);
 }
 + (void)setHoldsAnswers:(BOOL)hold {
   Lock lock(doubleMutex());
   state().holding = hold;
-}
-+ (NSUInteger)heldAnswerCount {
-  Lock lock(doubleMutex());
-  return [state().held count];
 }
 + (void)answerHeldIncludingCancelled:(BOOL)includingCancelled {
   NSArray* held = nil;
@@ -412,28 +393,21 @@ OBJECT_PROPERTY(NSString*, identifier)
   }
   for (auto& thread : threads) thread.join();
 }
-+ (NSUInteger)productsRequestCount {
-  Lock lock(doubleMutex());
-  return state().requestCount;
-}
 + (NSUInteger)cancelledRequestCount {
-  Lock lock(doubleMutex());
   return state().cancelledCount;
 }
 
 + (NSArray*)payments {
-  Lock lock(doubleMutex());
-  return [[state().payments copy] autorelease];
+  return snapshot(state().payments);
 }
 + (SKPaymentTransaction*)lastTransaction {
-  Lock lock(doubleMutex());
-  return [[[state().transactions lastObject] retain] autorelease];
+  return [snapshot(state().transactions) lastObject];
 }
 + (SKPaymentTransaction*)transactionWithPayment:(SKPayment*)payment original:(SKPaymentTransaction*)original {
-  NSMutableDictionary* values = [NSMutableDictionary dictionaryWithDictionary:@{
+  SKPaymentTransaction* transaction = [SKPaymentTransaction recordWithValues:@{
     @"payment": [[payment copy] autorelease], @"transactionState": @(SKPaymentTransactionStatePurchasing)}];
-  if (original) [values setObject:original forKey:@"originalTransaction"];
-  return [SKPaymentTransaction recordWithValues:values];
+  [transaction setRecordValue:original forKey:@"originalTransaction"];
+  return transaction;
 }
 + (void)move:(SKPaymentTransaction*)transaction
           to:(SKPaymentTransactionState)newState
@@ -453,71 +427,45 @@ OBJECT_PROPERTY(NSString*, identifier)
       if (![state().transactions containsObject:transaction]) [state().transactions addObject:transaction];
     }
   }
-  SKPaymentQueue* queue = [SKPaymentQueue defaultQueue];
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    [observer paymentQueue:queue updatedTransactions:transactions];
-  }
+  tellObservers(@selector(paymentQueue:updatedTransactions:), [&](id observer) {
+    [observer paymentQueue:[SKPaymentQueue defaultQueue] updatedTransactions:transactions];
+  });
 }
 + (NSArray*)finished {
-  Lock lock(doubleMutex());
-  return [[state().finished copy] autorelease];
-}
-+ (NSUInteger)refusedFinishes {
-  Lock lock(doubleMutex());
-  return state().refusedFinishes;
+  return snapshot(state().finished);
 }
 + (NSArray*)restoreRequests {
-  Lock lock(doubleMutex());
-  return [[state().restores copy] autorelease];
+  return snapshot(state().restores);
 }
 + (void)finishRestore {
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    if ([observer respondsToSelector:@selector(paymentQueueRestoreCompletedTransactionsFinished:)]) {
-      [observer paymentQueueRestoreCompletedTransactionsFinished:[SKPaymentQueue defaultQueue]];
-    }
-  }
+  tellObservers(@selector(paymentQueueRestoreCompletedTransactionsFinished:), [](id observer) {
+    [observer paymentQueueRestoreCompletedTransactionsFinished:[SKPaymentQueue defaultQueue]];
+  });
 }
 + (void)failRestore:(NSError*)error {
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    if ([observer respondsToSelector:@selector(paymentQueue:restoreCompletedTransactionsFailedWithError:)]) {
-      [observer paymentQueue:[SKPaymentQueue defaultQueue] restoreCompletedTransactionsFailedWithError:error];
-    }
-  }
+  tellObservers(@selector(paymentQueue:restoreCompletedTransactionsFailedWithError:), [&](id observer) {
+    [observer paymentQueue:[SKPaymentQueue defaultQueue] restoreCompletedTransactionsFailedWithError:error];
+  });
 }
 + (void)revoke:(NSArray*)productIdentifiers {
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    if ([observer respondsToSelector:@selector(paymentQueue:didRevokeEntitlementsForProductIdentifiers:)]) {
-      [observer paymentQueue:[SKPaymentQueue defaultQueue] didRevokeEntitlementsForProductIdentifiers:productIdentifiers];
-    }
-  }
-}
-+ (void)setStorefront:(SKStorefront*)storefront {
-  Lock lock(doubleMutex());
-  [storefront retain];
-  [state().storefront release];
-  state().storefront = storefront;
+  tellObservers(@selector(paymentQueue:didRevokeEntitlementsForProductIdentifiers:), [&](id observer) {
+    [observer paymentQueue:[SKPaymentQueue defaultQueue] didRevokeEntitlementsForProductIdentifiers:productIdentifiers];
+  });
 }
 + (void)changeStorefront:(SKStorefront*)storefront {
-  [self setStorefront:storefront];
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    if ([observer respondsToSelector:@selector(paymentQueueDidChangeStorefront:)]) {
-      [observer paymentQueueDidChangeStorefront:[SKPaymentQueue defaultQueue]];
-    }
-  }
+  replace(state().storefront, storefront);
+  tellObservers(@selector(paymentQueueDidChangeStorefront:), [](id observer) {
+    [observer paymentQueueDidChangeStorefront:[SKPaymentQueue defaultQueue]];
+  });
 }
 + (NSUInteger)observerCount {
-  Lock lock(doubleMutex());
-  return [state().observers count];
+  return [snapshot(state().observers) count];
 }
 + (NSUInteger)reviewRequests {
-  Lock lock(doubleMutex());
   return state().reviewRequests;
 }
 + (void)setReceiptURL:(NSURL*)url {
-  Lock lock(doubleMutex());
-  [url retain];
-  [state().receiptURL release];
-  state().receiptURL = url;
+  replace(state().receiptURL, url);
 }
 
 @end
