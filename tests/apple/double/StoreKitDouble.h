@@ -11,12 +11,6 @@
 
 NS_ASSUME_NONNULL_BEGIN
 
-@interface SKDoubleRecord (Scripting)
-/// A record with these values by property name (numbers as NSNumber).
-+ (instancetype)recordWithValues:(NSDictionary*)values;
-- (void)setRecordValue:(nullable id)value forKey:(NSString*)key;
-@end
-
 @interface SKStoreDouble : NSObject
 
 /// Waits for the answers under way, then forgets everything: catalogue, failure, held

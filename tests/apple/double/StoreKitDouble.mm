@@ -141,8 +141,7 @@ OBJECT_PROPERTY(NSArray*, invalidProductIdentifiers)
   Lock lock(doubleMutex());
   _delegate = delegate;
 }
-- (void)start {
-}
+- (void)start {}
 - (void)cancel {
   Lock lock(doubleMutex());
   if (_started && !_cancelled) ++state().cancelledCount;
@@ -286,9 +285,7 @@ OBJECT_PROPERTY(NSString*, identifier)
   [state().payments addObject:copy];
   [state().transactions addObject:[SKStoreDouble transactionWithPayment:copy original:nil]];
 }
-- (void)restoreCompletedTransactions {
-  [self restoreCompletedTransactionsWithApplicationUsername:nil];
-}
+- (void)restoreCompletedTransactions { [self restoreCompletedTransactionsWithApplicationUsername:nil]; }
 - (void)restoreCompletedTransactionsWithApplicationUsername:(NSString*)username {
   Lock lock(doubleMutex());
   [state().restores addObject:username ? (id)username : (id)[NSNull null]];
@@ -321,9 +318,7 @@ OBJECT_PROPERTY(NSString*, identifier)
 @end
 
 @implementation SKStoreReviewController
-+ (void)requestReview {
-  ++state().reviewRequests;
-}
++ (void)requestReview { ++state().reviewRequests; }
 @end
 
 @implementation NSBundle (SKReceipt)
@@ -355,9 +350,7 @@ OBJECT_PROPERTY(NSString*, identifier)
   Lock lock(doubleMutex());
   [state().catalogue setArray:products];
 }
-+ (void)setProductsFailure:(NSError*)error {
-  replace(state().productsFailure, error);
-}
++ (void)setProductsFailure:(NSError*)error { replace(state().productsFailure, error); }
 + (void)setHoldsAnswers:(BOOL)hold {
   Lock lock(doubleMutex());
   state().holding = hold;
@@ -393,16 +386,10 @@ OBJECT_PROPERTY(NSString*, identifier)
   }
   for (auto& thread : threads) thread.join();
 }
-+ (NSUInteger)cancelledRequestCount {
-  return state().cancelledCount;
-}
++ (NSUInteger)cancelledRequestCount { return state().cancelledCount; }
 
-+ (NSArray*)payments {
-  return snapshot(state().payments);
-}
-+ (SKPaymentTransaction*)lastTransaction {
-  return [snapshot(state().transactions) lastObject];
-}
++ (NSArray*)payments { return snapshot(state().payments); }
++ (SKPaymentTransaction*)lastTransaction { return [snapshot(state().transactions) lastObject]; }
 + (SKPaymentTransaction*)transactionWithPayment:(SKPayment*)payment original:(SKPaymentTransaction*)original {
   SKPaymentTransaction* transaction = [SKPaymentTransaction recordWithValues:@{
     @"payment": [[payment copy] autorelease], @"transactionState": @(SKPaymentTransactionStatePurchasing)}];
@@ -431,12 +418,8 @@ OBJECT_PROPERTY(NSString*, identifier)
     [observer paymentQueue:[SKPaymentQueue defaultQueue] updatedTransactions:transactions];
   });
 }
-+ (NSArray*)finished {
-  return snapshot(state().finished);
-}
-+ (NSArray*)restoreRequests {
-  return snapshot(state().restores);
-}
++ (NSArray*)finished { return snapshot(state().finished); }
++ (NSArray*)restoreRequests { return snapshot(state().restores); }
 + (void)finishRestore {
   tellObservers(@selector(paymentQueueRestoreCompletedTransactionsFinished:), [](id observer) {
     [observer paymentQueueRestoreCompletedTransactionsFinished:[SKPaymentQueue defaultQueue]];
@@ -458,14 +441,8 @@ OBJECT_PROPERTY(NSString*, identifier)
     [observer paymentQueueDidChangeStorefront:[SKPaymentQueue defaultQueue]];
   });
 }
-+ (NSUInteger)observerCount {
-  return [snapshot(state().observers) count];
-}
-+ (NSUInteger)reviewRequests {
-  return state().reviewRequests;
-}
-+ (void)setReceiptURL:(NSURL*)url {
-  replace(state().receiptURL, url);
-}
++ (NSUInteger)observerCount { return [snapshot(state().observers) count]; }
++ (NSUInteger)reviewRequests { return state().reviewRequests; }
++ (void)setReceiptURL:(NSURL*)url { replace(state().receiptURL, url); }
 
 @end

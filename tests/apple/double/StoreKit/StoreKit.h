@@ -10,11 +10,14 @@ NS_ASSUME_NONNULL_BEGIN
 extern NSString* const SKErrorDomain;
 
 // The records below keep their values in a dictionary (this double's own base class; the
-// framework's classes derive from NSObject).
+// framework's classes derive from NSObject). Tests make and change records with these.
 @interface SKDoubleRecord : NSObject {
  @public
   NSMutableDictionary* _values;
 }
+/// A record with these values by property name (numbers as NSNumber).
++ (instancetype)recordWithValues:(NSDictionary*)values;
+- (void)setRecordValue:(nullable id)value forKey:(NSString*)key;
 @end
 
 // The adapter passes these through as numbers, so their named values are left out.
@@ -23,11 +26,8 @@ typedef NSUInteger SKProductDiscountPaymentMode;
 typedef NSUInteger SKProductDiscountType;
 
 typedef NS_ENUM(NSInteger, SKPaymentTransactionState) {
-  SKPaymentTransactionStatePurchasing = 0,
-  SKPaymentTransactionStatePurchased = 1,
-  SKPaymentTransactionStateFailed = 2,
-  SKPaymentTransactionStateRestored = 3,
-  SKPaymentTransactionStateDeferred = 4,
+  SKPaymentTransactionStatePurchasing, SKPaymentTransactionStatePurchased, SKPaymentTransactionStateFailed,
+  SKPaymentTransactionStateRestored, SKPaymentTransactionStateDeferred,
 };
 
 @interface SKProductSubscriptionPeriod : SKDoubleRecord
