@@ -1,5 +1,5 @@
-// Purchases through the adapter: the classification stories, identity and finishing, Ask to Buy, restores, resuming, and the threads the
-// framework reports on.
+// Purchases through the adapter: the classification stories, identity and finishing, Ask
+// to Buy, restores, resuming, and the threads the framework reports on.
 #include "apple_test_support.h"
 
 #include <chrono>
@@ -82,8 +82,9 @@ TEST_F(AppleTransactionsTest, APurchaseKeepsOneStandInUntilItIsFinished) {
                                                      .signature = "c2lnbmF0dXJl", .timestamp = 1700000000000},
       .simulatesAskToBuyInSandbox = true};
   queue.add(payment);
-  ASSERT_EQ([[SKStoreDouble payments] count], 1u);
-  SKPayment* sent = [[SKStoreDouble payments] firstObject];
+  ASSERT_EQ([[SKStoreDouble transactions] count], 1u);
+  SKPaymentTransaction* transaction = [[SKStoreDouble transactions] firstObject];
+  SKPayment* sent = transaction.payment;
   EXPECT_EQ(testing::liveObjects("SKMutablePayment"), 0);  // the adapter's own is released (the double keeps a copy)
   EXPECT_NSEQ(sent.productIdentifier, @"pro.trial");
   EXPECT_EQ(sent.quantity, 2);
@@ -94,7 +95,6 @@ TEST_F(AppleTransactionsTest, APurchaseKeepsOneStandInUntilItIsFinished) {
   EXPECT_EQ([sent.paymentDiscount.timestamp longLongValue], 1700000000000);
 
   // Purchasing, then Ask to Buy's deferral, then purchased: one object all along.
-  SKPaymentTransaction* transaction = [SKStoreDouble lastTransaction];
   [SKStoreDouble report:@[transaction]];
   const auto standIn = nextUpdate().at(0);
   EXPECT_EQ(standIn->payment(), payment);
@@ -138,7 +138,7 @@ TEST_F(AppleTransactionsTest, APaymentTheFrameworkCannotTakeFailsAtOnce) {
   EXPECT_EQ(standIn->transactionState(), SKPaymentTransactionState::failed);
   EXPECT_EQ(standIn->error(), platform::SKError(platform::SKError::Code::paymentInvalid,
                                                 "the offer's nonce is not a UUID: \"not-a-uuid\""));
-  EXPECT_EQ([[SKStoreDouble payments] count], 0u);
+  EXPECT_EQ([[SKStoreDouble transactions] count], 0u);
 }
 
 TEST_F(AppleTransactionsTest, RestoresReachTheFrameworkAndTheirTransactionsComeBack) {

@@ -14,7 +14,7 @@ NS_ASSUME_NONNULL_BEGIN
 @interface SKStoreDouble : NSObject
 
 /// Waits for the answers under way, then forgets everything: catalogue, failure, held
-/// answers, payments, transactions, storefront, observers, counts.
+/// answers, transactions, storefront, observers, counts.
 + (void)reset;
 
 // Products requests.
@@ -32,10 +32,9 @@ NS_ASSUME_NONNULL_BEGIN
 + (NSUInteger)cancelledRequestCount;
 
 // The payment queue.
-/// Copies of the payments added, oldest first; each also put a purchasing transaction on
-/// the queue (not reported until `report:`).
-+ (NSArray<SKPayment*>*)payments;
-+ (nullable SKPaymentTransaction*)lastTransaction;
+/// The transactions on the queue, unfinished, oldest first. Each payment added puts one
+/// there, purchasing a copy of the payment (not reported until `report:`).
++ (NSArray<SKPaymentTransaction*>*)transactions;
 /// A transaction for `payment` in state purchasing, restoring or renewing `original`.
 + (SKPaymentTransaction*)transactionWithPayment:(SKPayment*)payment original:(nullable SKPaymentTransaction*)original;
 /// Moves a transaction on, as the store does.

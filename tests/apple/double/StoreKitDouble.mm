@@ -28,7 +28,6 @@ struct DoubleState {
   std::vector<std::thread> answering;
   std::atomic<NSUInteger> cancelledCount = 0, reviewRequests = 0;
 
-  NSMutableArray* payments = [[NSMutableArray alloc] init];
   NSMutableArray* transactions = [[NSMutableArray alloc] init];  // on the queue, unfinished
   NSMutableArray* finished = [[NSMutableArray alloc] init];
   NSMutableArray* restores = [[NSMutableArray alloc] init];
@@ -281,9 +280,7 @@ OBJECT_PROPERTY(NSString*, identifier)
 }
 - (void)addPayment:(SKPayment*)payment {
   Lock lock(doubleMutex());
-  SKPayment* copy = [[payment copy] autorelease];
-  [state().payments addObject:copy];
-  [state().transactions addObject:[SKStoreDouble transactionWithPayment:copy original:nil]];
+  [state().transactions addObject:[SKStoreDouble transactionWithPayment:payment original:nil]];
 }
 - (void)restoreCompletedTransactions { [self restoreCompletedTransactionsWithApplicationUsername:nil]; }
 - (void)restoreCompletedTransactionsWithApplicationUsername:(NSString*)username {
@@ -335,7 +332,7 @@ OBJECT_PROPERTY(NSString*, identifier)
   Lock lock(doubleMutex());
   DoubleState& s = state();
   for (SKProductsRequest* request in s.held) replace(request->_answeringDelegate, nil);
-  for (NSMutableArray* list : {s.catalogue, s.held, s.payments, s.transactions, s.finished, s.restores, s.observers}) {
+  for (NSMutableArray* list : {s.catalogue, s.held, s.transactions, s.finished, s.restores, s.observers}) {
     [list removeAllObjects];
   }
   replace(s.productsFailure, nil);
@@ -388,8 +385,7 @@ OBJECT_PROPERTY(NSString*, identifier)
 }
 + (NSUInteger)cancelledRequestCount { return state().cancelledCount; }
 
-+ (NSArray*)payments { return snapshot(state().payments); }
-+ (SKPaymentTransaction*)lastTransaction { return [snapshot(state().transactions) lastObject]; }
++ (NSArray*)transactions { return snapshot(state().transactions); }
 + (SKPaymentTransaction*)transactionWithPayment:(SKPayment*)payment original:(SKPaymentTransaction*)original {
   SKPaymentTransaction* transaction = [SKPaymentTransaction recordWithValues:@{
     @"payment": [[payment copy] autorelease], @"transactionState": @(SKPaymentTransactionStatePurchasing)}];
