@@ -21,12 +21,12 @@ NS_ASSUME_NONNULL_BEGIN
 + (void)setCatalogue:(NSArray<SKProduct*>*)products;
 /// Every products request fails with this error while it is set.
 + (void)setProductsFailure:(nullable NSError*)error;
-/// While held, answers wait for `answerHeldIncludingCancelled:`.
+/// While held, answers wait for `answerHeld`.
 + (void)setHoldsAnswers:(BOOL)hold;
-/// Answers the held requests on the calling thread; cancelled ones only when asked to: an
-/// answer already on its way when the request was cancelled, which reaches the delegate the
-/// request had when it was started.
-+ (void)answerHeldIncludingCancelled:(BOOL)includingCancelled;
+/// Answers the held requests on the calling thread, cancelled ones included: their answers
+/// were on the way when they were cancelled, so each reaches the delegate its request had
+/// when it was started.
++ (void)answerHeld;
 + (void)waitForAnswers;
 /// Requests cancelled after they were started.
 + (NSUInteger)cancelledRequestCount;

@@ -352,7 +352,7 @@ OBJECT_PROPERTY(NSString*, identifier)
   Lock lock(doubleMutex());
   state().holding = hold;
 }
-+ (void)answerHeldIncludingCancelled:(BOOL)includingCancelled {
++ (void)answerHeld {
   NSArray* held = nil;
   {
     Lock lock(doubleMutex());
@@ -360,18 +360,13 @@ OBJECT_PROPERTY(NSString*, identifier)
     [state().held removeAllObjects];
   }
   for (SKProductsRequest* request in held) {
-    BOOL cancelled = NO;
-    NSSet* identifiers = nil;
     id delegate = nil;
     {
       Lock lock(doubleMutex());
-      cancelled = request->_cancelled;
-      identifiers = request->_productIdentifiers;
       delegate = request->_answeringDelegate;  // released below
       request->_answeringDelegate = nil;
     }
-    if (!cancelled) answer(request, identifiers);
-    else if (includingCancelled) answer(request, identifiers, delegate);
+    answer(request, request->_productIdentifiers, delegate);
     [delegate release];
   }
 }
