@@ -63,7 +63,36 @@ void tellObservers(SEL selector, Tell tell) {
   }
 }
 
-void answer(SKProductsRequest* request, NSSet* identifiers, id<SKProductsRequestDelegate> delegate = nil);
+// Tells the request's delegate (or the one given) the answer.
+void answer(SKProductsRequest* request, id<SKProductsRequestDelegate> given = nil) {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  id<SKProductsRequestDelegate> delegate = nil;
+  NSError* failure = nil;
+  SKProductsResponse* response = nil;
+  {
+    Lock lock(doubleMutex());
+    delegate = [(given ? given : (id)[request delegate]) retain];  // kept for the call, as the framework does
+    failure = [[state().productsFailure retain] autorelease];
+    NSMutableArray* products = [NSMutableArray array];
+    NSMutableSet* unknown = [[request->_productIdentifiers mutableCopy] autorelease];
+    for (SKProduct* product in state().catalogue) {
+      if ([unknown containsObject:product.productIdentifier]) {
+        [products addObject:product];
+        [unknown removeObject:product.productIdentifier];
+      }
+    }
+    response = [SKProductsResponse recordWithValues:@{@"products": products,
+                                                      @"invalidProductIdentifiers": [unknown allObjects]}];
+  }
+  if (failure) {
+    if ([delegate respondsToSelector:@selector(request:didFailWithError:)]) [delegate request:request didFailWithError:failure];
+  } else {
+    [delegate productsRequest:request didReceiveResponse:response];
+    if ([delegate respondsToSelector:@selector(requestDidFinish:)]) [delegate requestDidFinish:request];
+  }
+  [delegate release];
+  [pool drain];
+}
 
 }  // namespace
 
@@ -168,46 +197,11 @@ OBJECT_PROPERTY(NSArray*, invalidProductIdentifiers)
   }
   [self retain];
   state().answering.emplace_back([self] {
-    answer(self, _productIdentifiers);
+    answer(self);
     [self release];
   });
 }
 @end
-
-namespace {
-
-// Tells the request's delegate (or the one given) the answer.
-void answer(SKProductsRequest* request, NSSet* identifiers, id<SKProductsRequestDelegate> given) {
-  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
-  id<SKProductsRequestDelegate> delegate = nil;
-  NSError* failure = nil;
-  SKProductsResponse* response = nil;
-  {
-    Lock lock(doubleMutex());
-    delegate = [(given ? given : (id)[request delegate]) retain];  // kept for the call, as the framework does
-    failure = [[state().productsFailure retain] autorelease];
-    NSMutableArray* products = [NSMutableArray array];
-    NSMutableSet* unknown = [[identifiers mutableCopy] autorelease];
-    for (SKProduct* product in state().catalogue) {
-      if ([unknown containsObject:product.productIdentifier]) {
-        [products addObject:product];
-        [unknown removeObject:product.productIdentifier];
-      }
-    }
-    response = [SKProductsResponse recordWithValues:@{@"products": products,
-                                                      @"invalidProductIdentifiers": [unknown allObjects]}];
-  }
-  if (failure) {
-    if ([delegate respondsToSelector:@selector(request:didFailWithError:)]) [delegate request:request didFailWithError:failure];
-  } else {
-    [delegate productsRequest:request didReceiveResponse:response];
-    if ([delegate respondsToSelector:@selector(requestDidFinish:)]) [delegate requestDidFinish:request];
-  }
-  [delegate release];
-  [pool drain];
-}
-
-}  // namespace
 
 @implementation SKPaymentDiscount
 - (instancetype)initWithIdentifier:(NSString*)identifier
@@ -366,7 +360,7 @@ OBJECT_PROPERTY(NSString*, identifier)
       delegate = request->_answeringDelegate;  // released below
       request->_answeringDelegate = nil;
     }
-    answer(request, request->_productIdentifiers, delegate);
+    answer(request, delegate);
     [delegate release];
   }
 }
