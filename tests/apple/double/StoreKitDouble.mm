@@ -149,10 +149,7 @@ OBJECT_PROPERTY(NSString*, productIdentifier)
 OBJECT_PROPERTY(SKProductSubscriptionPeriod*, subscriptionPeriod)
 OBJECT_PROPERTY(SKProductDiscount*, introductoryPrice)
 OBJECT_PROPERTY(NSString*, subscriptionGroupIdentifier)
-- (NSArray*)discounts {
-  NSArray* discounts = [self recordValue:@"discounts"];
-  return discounts ? discounts : @[];
-}
+OBJECT_PROPERTY(NSArray*, discounts)
 @end
 
 @implementation SKProductsResponse
@@ -223,10 +220,6 @@ OBJECT_PROPERTY(NSNumber*, timestamp)
 @end
 
 @implementation SKPayment
-- (instancetype)init {
-  if ((self = [super init])) [_values setObject:@1 forKey:@"quantity"];
-  return self;
-}
 - (id)copyWithZone:(NSZone*)zone {
   SKPayment* copy = [[SKPayment allocWithZone:zone] init];
   Lock lock(doubleMutex());
