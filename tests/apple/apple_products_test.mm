@@ -120,7 +120,6 @@ TEST_F(AppleStoreTest, OddRecordsFromTheStoreConvertAsTheyAre) {
 
 TEST_F(AppleStoreTest, ErrorsKeepTheStoresCodeAndMessage) {
   const struct { NSError* error; SKError expected; } cases[] = {
-      {nsError(SKErrorDomain, 14, @"Bad offer price"), SKError(SKError::Code::invalidOfferPrice, "Bad offer price")},
       {nsError(SKErrorDomain, 99, @"Something new"), SKError(static_cast<SKError::Code>(99), "Something new")},
       {nsError(@"NSURLErrorDomain", -1009, @"The Internet connection appears to be offline."),
        SKError(SKError::Code::unknown, "The Internet connection appears to be offline. (NSURLErrorDomain -1009)")},
