@@ -6,11 +6,11 @@
 // Library headers first: Objective-C defines `nil` as a macro, which the library uses as a name.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "common/deadline.h"
 #include "storekit/transaction_scenarios.h"
 #include "velquist/apple/apple_store.h"
 #include "velquist/platform/sk_payment_queue.h"
@@ -76,12 +76,6 @@ inline SKProduct* objcProduct(const platform::SKProduct& product) {
   return [SKProduct recordWithValues:values];
 }
 
-inline NSArray* objcCatalogue(const std::vector<platform::SKProduct>& products) {
-  NSMutableArray* result = [NSMutableArray array];
-  for (const auto& product : products) [result addObject:objcProduct(product)];
-  return result;
-}
-
 inline SKMutablePayment* objcPayment(const std::string& productIdentifier) {
   SKMutablePayment* payment = [[[SKMutablePayment alloc] init] autorelease];
   payment.productIdentifier = ns(productIdentifier);
@@ -128,7 +122,9 @@ class AppleStoreTest : public ::testing::Test {
   void SetUp() override {
     pool_ = [[NSAutoreleasePool alloc] init];
     [SKStoreDouble reset];
-    [SKStoreDouble setCatalogue:objcCatalogue(catalogue())];
+    NSMutableArray* products = [NSMutableArray array];
+    for (const auto& product : catalogue()) [products addObject:objcProduct(product)];
+    [SKStoreDouble setCatalogue:products];
     apple::installAppleStore();
     platform::SKPaymentQueue::defaultQueue().addTransactionObserver(observer);
   }
@@ -141,22 +137,11 @@ class AppleStoreTest : public ::testing::Test {
     waitUntilNoAdapterObjects();
   }
 
-  /// Waits until every report the framework made so far has reached the library's
-  /// observers: reports are delivered in order, so a storefront change made now arrives last.
-  void flushReports() {
-    const std::size_t seen = observer->storefronts.waitFor(0).size();
-    [SKStoreDouble changeStorefront:[SKStorefront recordWithValues:@{@"countryCode": @"USA", @"identifier": @"143441"}]];
-    observer->storefronts.waitFor(seen + 1);
-  }
-
   /// The adapter's delegates and observer are released once nothing needs them; the
   /// report queues may still hold the last references for a moment.
   static void waitUntilNoAdapterObjects() {
-    for (int i = 0; i < 500 && (liveObjects("VSKProductsRequestDelegate") + liveObjects("VSKPaymentQueueObserver")) > 0; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    EXPECT_EQ(liveObjects("VSKProductsRequestDelegate"), 0);
-    EXPECT_EQ(liveObjects("VSKPaymentQueueObserver"), 0);
+    pollUntil([] { return liveObjects("VSKProductsRequestDelegate") + liveObjects("VSKPaymentQueueObserver") == 0; },
+              "the adapter's Objective-C objects to be released");
   }
 
   std::shared_ptr<RecordingQueueObserver> observer = std::make_shared<RecordingQueueObserver>();

@@ -11,38 +11,30 @@
 
 NS_ASSUME_NONNULL_BEGIN
 
-@interface SKDoubleRecord (Scripting)
-/// A record with these values by property name (numbers as NSNumber).
-+ (instancetype)recordWithValues:(NSDictionary*)values;
-- (void)setRecordValue:(nullable id)value forKey:(NSString*)key;
-@end
-
 @interface SKStoreDouble : NSObject
 
 /// Waits for the answers under way, then forgets everything: catalogue, failure, held
-/// answers, payments, transactions, storefront, observers, counts.
+/// answers, transactions, storefront, observers, counts.
 + (void)reset;
 
 // Products requests.
 + (void)setCatalogue:(NSArray<SKProduct*>*)products;
 /// Every products request fails with this error while it is set.
 + (void)setProductsFailure:(nullable NSError*)error;
-/// While held, answers wait for `answerHeld:`.
+/// While held, answers wait for `answerHeld`.
 + (void)setHoldsAnswers:(BOOL)hold;
-+ (NSUInteger)heldAnswerCount;
-/// Answers the held requests on the calling thread; cancelled ones only when asked to: an
-/// answer already on its way when the request was cancelled, which reaches the delegate the
-/// request had when it was started.
-+ (void)answerHeldIncludingCancelled:(BOOL)includingCancelled;
+/// Answers the held requests on the calling thread, cancelled ones included: their answers
+/// were on the way when they were cancelled, so each reaches the delegate its request had
+/// when it was started.
++ (void)answerHeld;
 + (void)waitForAnswers;
-+ (NSUInteger)productsRequestCount;
+/// Requests cancelled after they were started.
 + (NSUInteger)cancelledRequestCount;
 
 // The payment queue.
-/// Copies of the payments added, oldest first; each also put a purchasing transaction on
-/// the queue (not reported until `report:`).
-+ (NSArray<SKPayment*>*)payments;
-+ (nullable SKPaymentTransaction*)lastTransaction;
+/// The transactions on the queue, unfinished, oldest first. Each payment added puts one
+/// there, purchasing a copy of the payment (not reported until `report:`).
++ (NSArray<SKPaymentTransaction*>*)transactions;
 /// A transaction for `payment` in state purchasing, restoring or renewing `original`.
 + (SKPaymentTransaction*)transactionWithPayment:(SKPayment*)payment original:(nullable SKPaymentTransaction*)original;
 /// Moves a transaction on, as the store does.
@@ -53,16 +45,14 @@ NS_ASSUME_NONNULL_BEGIN
        error:(nullable NSError*)error;
 /// Puts the transactions on the queue (if not yet there) and tells every observer.
 + (void)report:(NSArray<SKPaymentTransaction*>*)transactions;
+/// Every `finishTransaction:` call, in any state (the framework refuses one still
+/// purchasing, so a test expects none of those).
 + (NSArray<SKPaymentTransaction*>*)finished;
-/// `finishTransaction:` calls refused because the transaction was still purchasing (the
-/// framework raises an exception there).
-+ (NSUInteger)refusedFinishes;
 /// The usernames of restore requests, NSNull for none.
 + (NSArray*)restoreRequests;
 + (void)finishRestore;
 + (void)failRestore:(NSError*)error;
 + (void)revoke:(NSArray<NSString*>*)productIdentifiers;
-+ (void)setStorefront:(nullable SKStorefront*)storefront;
 /// Sets the storefront and tells every observer it changed.
 + (void)changeStorefront:(SKStorefront*)storefront;
 + (NSUInteger)observerCount;

@@ -3,6 +3,7 @@
 
 #import "StoreKitDouble.h"
 
+#include <atomic>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -25,16 +26,13 @@ struct DoubleState {
   bool holding = false;
   NSMutableArray* held = [[NSMutableArray alloc] init];  // SKProductsRequest
   std::vector<std::thread> answering;
-  NSUInteger requestCount = 0, cancelledCount = 0;
+  std::atomic<NSUInteger> cancelledCount = 0, reviewRequests = 0;
 
-  NSMutableArray* payments = [[NSMutableArray alloc] init];
   NSMutableArray* transactions = [[NSMutableArray alloc] init];  // on the queue, unfinished
   NSMutableArray* finished = [[NSMutableArray alloc] init];
-  NSUInteger refusedFinishes = 0;
   NSMutableArray* restores = [[NSMutableArray alloc] init];
   SKStorefront* storefront = nil;
   NSMutableArray* observers = [[NSMutableArray alloc] init];  // retained, unlike the framework
-  NSUInteger reviewRequests = 0;
   NSURL* receiptURL = nil;
 };
 
@@ -43,12 +41,58 @@ DoubleState& state() {
   return *shared;
 }
 
-NSArray* observersSnapshot() {
+// Stores `value` retained in `slot`, releasing what was there.
+template <class T>
+void replace(T*& slot, id value) {
   Lock lock(doubleMutex());
-  return [[state().observers copy] autorelease];
+  [value retain];
+  [slot release];
+  slot = value;
 }
 
-void answer(SKProductsRequest* request, NSSet* identifiers, id<SKProductsRequestDelegate> delegate = nil);
+NSArray* snapshot(NSArray* list) {
+  Lock lock(doubleMutex());
+  return [[list copy] autorelease];
+}
+
+// Calls `tell` with every observer that implements `selector`, outside the lock.
+template <class Tell>
+void tellObservers(SEL selector, Tell tell) {
+  for (id observer in snapshot(state().observers)) {
+    if ([observer respondsToSelector:selector]) tell(observer);
+  }
+}
+
+// Tells the request's delegate (or the one given) the answer.
+void answer(SKProductsRequest* request, id<SKProductsRequestDelegate> given = nil) {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  id<SKProductsRequestDelegate> delegate = nil;
+  NSError* failure = nil;
+  SKProductsResponse* response = nil;
+  {
+    Lock lock(doubleMutex());
+    delegate = [(given ? given : (id)[request delegate]) retain];  // kept for the call, as the framework does
+    failure = [[state().productsFailure retain] autorelease];
+    NSMutableArray* products = [NSMutableArray array];
+    NSMutableSet* unknown = [[request->_productIdentifiers mutableCopy] autorelease];
+    for (SKProduct* product in state().catalogue) {
+      if ([unknown containsObject:product.productIdentifier]) {
+        [products addObject:product];
+        [unknown removeObject:product.productIdentifier];
+      }
+    }
+    response = [SKProductsResponse recordWithValues:@{@"products": products,
+                                                      @"invalidProductIdentifiers": [unknown allObjects]}];
+  }
+  if (failure) {
+    if ([delegate respondsToSelector:@selector(request:didFailWithError:)]) [delegate request:request didFailWithError:failure];
+  } else {
+    [delegate productsRequest:request didReceiveResponse:response];
+    if ([delegate respondsToSelector:@selector(requestDidFinish:)]) [delegate requestDidFinish:request];
+  }
+  [delegate release];
+  [pool drain];
+}
 
 }  // namespace
 
@@ -105,10 +149,7 @@ OBJECT_PROPERTY(NSString*, productIdentifier)
 OBJECT_PROPERTY(SKProductSubscriptionPeriod*, subscriptionPeriod)
 OBJECT_PROPERTY(SKProductDiscount*, introductoryPrice)
 OBJECT_PROPERTY(NSString*, subscriptionGroupIdentifier)
-- (NSArray*)discounts {
-  NSArray* discounts = [self recordValue:@"discounts"];
-  return discounts ? discounts : @[];
-}
+OBJECT_PROPERTY(NSArray*, discounts)
 @end
 
 @implementation SKProductsResponse
@@ -125,8 +166,7 @@ OBJECT_PROPERTY(NSArray*, invalidProductIdentifiers)
   Lock lock(doubleMutex());
   _delegate = delegate;
 }
-- (void)start {
-}
+- (void)start {}
 - (void)cancel {
   Lock lock(doubleMutex());
   if (_started && !_cancelled) ++state().cancelledCount;
@@ -143,17 +183,10 @@ OBJECT_PROPERTY(NSArray*, invalidProductIdentifiers)
   [_productIdentifiers release];
   [super dealloc];
 }
-- (id)delegate {
-  return [super delegate];
-}
-- (void)setDelegate:(id)delegate {
-  [super setDelegate:delegate];
-}
 - (void)start {
   Lock lock(doubleMutex());
   if (_started) return;
   _started = YES;
-  ++state().requestCount;
   if (state().holding) {
     [state().held addObject:self];
     _answeringDelegate = [_delegate retain];
@@ -161,46 +194,11 @@ OBJECT_PROPERTY(NSArray*, invalidProductIdentifiers)
   }
   [self retain];
   state().answering.emplace_back([self] {
-    answer(self, _productIdentifiers);
+    answer(self);
     [self release];
   });
 }
 @end
-
-namespace {
-
-// Tells the request's delegate (or the one given) the answer.
-void answer(SKProductsRequest* request, NSSet* identifiers, id<SKProductsRequestDelegate> given) {
-  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
-  id<SKProductsRequestDelegate> delegate = nil;
-  NSError* failure = nil;
-  SKProductsResponse* response = nil;
-  {
-    Lock lock(doubleMutex());
-    delegate = [(given ? given : [request delegate]) retain];  // kept for the call, as the framework does
-    failure = [[state().productsFailure retain] autorelease];
-    NSMutableArray* products = [NSMutableArray array];
-    NSMutableSet* unknown = [[identifiers mutableCopy] autorelease];
-    for (SKProduct* product in state().catalogue) {
-      if ([unknown containsObject:product.productIdentifier]) {
-        [products addObject:product];
-        [unknown removeObject:product.productIdentifier];
-      }
-    }
-    response = [SKProductsResponse recordWithValues:@{@"products": products,
-                                                      @"invalidProductIdentifiers": [unknown allObjects]}];
-  }
-  if (failure) {
-    if ([delegate respondsToSelector:@selector(request:didFailWithError:)]) [delegate request:request didFailWithError:failure];
-  } else {
-    [delegate productsRequest:request didReceiveResponse:response];
-    if ([delegate respondsToSelector:@selector(requestDidFinish:)]) [delegate requestDidFinish:request];
-  }
-  [delegate release];
-  [pool drain];
-}
-
-}  // namespace
 
 @implementation SKPaymentDiscount
 - (instancetype)initWithIdentifier:(NSString*)identifier
@@ -222,18 +220,8 @@ OBJECT_PROPERTY(NSNumber*, timestamp)
 @end
 
 @implementation SKPayment
-- (instancetype)init {
-  if ((self = [super init])) [_values setObject:@1 forKey:@"quantity"];
-  return self;
-}
 - (id)copyWithZone:(NSZone*)zone {
   SKPayment* copy = [[SKPayment allocWithZone:zone] init];
-  Lock lock(doubleMutex());
-  [copy->_values setDictionary:_values];
-  return copy;
-}
-- (id)mutableCopyWithZone:(NSZone*)zone {
-  SKMutablePayment* copy = [[SKMutablePayment allocWithZone:zone] init];
   Lock lock(doubleMutex());
   [copy->_values setDictionary:_values];
   return copy;
@@ -277,20 +265,11 @@ OBJECT_PROPERTY(NSString*, identifier)
   Lock lock(doubleMutex());
   return [[state().storefront retain] autorelease];
 }
-- (NSArray*)transactions {
-  Lock lock(doubleMutex());
-  return [[state().transactions copy] autorelease];
-}
 - (void)addPayment:(SKPayment*)payment {
   Lock lock(doubleMutex());
-  SKPayment* copy = [[payment copy] autorelease];
-  [state().payments addObject:copy];
-  [state().transactions addObject:[SKStoreDouble transactionWithPayment:copy original:nil]];
+  [state().transactions addObject:[SKStoreDouble transactionWithPayment:payment original:nil]];
 }
-- (void)restoreCompletedTransactions {
-  Lock lock(doubleMutex());
-  [state().restores addObject:[NSNull null]];
-}
+- (void)restoreCompletedTransactions { [self restoreCompletedTransactionsWithApplicationUsername:nil]; }
 - (void)restoreCompletedTransactionsWithApplicationUsername:(NSString*)username {
   Lock lock(doubleMutex());
   [state().restores addObject:username ? (id)username : (id)[NSNull null]];
@@ -298,19 +277,12 @@ OBJECT_PROPERTY(NSString*, identifier)
 - (void)finishTransaction:(SKPaymentTransaction*)transaction {
   {
     Lock lock(doubleMutex());
-    if (transaction.transactionState == SKPaymentTransactionStatePurchasing) {
-      ++state().refusedFinishes;
-      return;
-    }
     [state().finished addObject:transaction];
     if (![state().transactions containsObject:transaction]) return;
     [state().transactions removeObject:transaction];
   }
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    if ([observer respondsToSelector:@selector(paymentQueue:removedTransactions:)]) {
-      [observer paymentQueue:self removedTransactions:@[transaction]];
-    }
-  }
+  tellObservers(@selector(paymentQueue:removedTransactions:),
+                [&](id observer) { [observer paymentQueue:self removedTransactions:@[transaction]]; });
 }
 - (void)addTransactionObserver:(id<SKPaymentTransactionObserver>)observer {
   NSArray* unfinished = nil;
@@ -330,10 +302,7 @@ OBJECT_PROPERTY(NSString*, identifier)
 @end
 
 @implementation SKStoreReviewController
-+ (void)requestReview {
-  Lock lock(doubleMutex());
-  ++state().reviewRequests;
-}
++ (void)requestReview { ++state().reviewRequests; }
 @end
 
 @implementation NSBundle (SKReceipt)
@@ -349,39 +318,28 @@ OBJECT_PROPERTY(NSString*, identifier)
   [self waitForAnswers];
   Lock lock(doubleMutex());
   DoubleState& s = state();
-  for (SKProductsRequest* request in s.held) {
-    [request->_answeringDelegate release];
-    request->_answeringDelegate = nil;
-  }
-  for (NSMutableArray* list : {s.catalogue, s.held, s.payments, s.transactions, s.finished, s.restores, s.observers}) {
+  for (SKProductsRequest* request in s.held) replace(request->_answeringDelegate, nil);
+  for (NSMutableArray* list : {s.catalogue, s.held, s.transactions, s.finished, s.restores, s.observers}) {
     [list removeAllObjects];
   }
-  [s.productsFailure release], s.productsFailure = nil;
-  [s.storefront release], s.storefront = nil;
-  [s.receiptURL release], s.receiptURL = nil;
+  replace(s.productsFailure, nil);
+  replace(s.storefront, nil);
+  replace(s.receiptURL, nil);
   s.holding = false;
-  s.requestCount = s.cancelledCount = s.refusedFinishes = s.reviewRequests = 0;
+  s.cancelledCount = 0;
+  s.reviewRequests = 0;
 }
 
 + (void)setCatalogue:(NSArray*)products {
   Lock lock(doubleMutex());
   [state().catalogue setArray:products];
 }
-+ (void)setProductsFailure:(NSError*)error {
-  Lock lock(doubleMutex());
-  [error retain];
-  [state().productsFailure release];
-  state().productsFailure = error;
-}
++ (void)setProductsFailure:(NSError*)error { replace(state().productsFailure, error); }
 + (void)setHoldsAnswers:(BOOL)hold {
   Lock lock(doubleMutex());
   state().holding = hold;
 }
-+ (NSUInteger)heldAnswerCount {
-  Lock lock(doubleMutex());
-  return [state().held count];
-}
-+ (void)answerHeldIncludingCancelled:(BOOL)includingCancelled {
++ (void)answerHeld {
   NSArray* held = nil;
   {
     Lock lock(doubleMutex());
@@ -389,18 +347,13 @@ OBJECT_PROPERTY(NSString*, identifier)
     [state().held removeAllObjects];
   }
   for (SKProductsRequest* request in held) {
-    BOOL cancelled = NO;
-    NSSet* identifiers = nil;
     id delegate = nil;
     {
       Lock lock(doubleMutex());
-      cancelled = request->_cancelled;
-      identifiers = request->_productIdentifiers;
       delegate = request->_answeringDelegate;  // released below
       request->_answeringDelegate = nil;
     }
-    if (!cancelled) answer(request, identifiers);
-    else if (includingCancelled) answer(request, identifiers, delegate);
+    answer(request, delegate);
     [delegate release];
   }
 }
@@ -412,28 +365,14 @@ OBJECT_PROPERTY(NSString*, identifier)
   }
   for (auto& thread : threads) thread.join();
 }
-+ (NSUInteger)productsRequestCount {
-  Lock lock(doubleMutex());
-  return state().requestCount;
-}
-+ (NSUInteger)cancelledRequestCount {
-  Lock lock(doubleMutex());
-  return state().cancelledCount;
-}
++ (NSUInteger)cancelledRequestCount { return state().cancelledCount; }
 
-+ (NSArray*)payments {
-  Lock lock(doubleMutex());
-  return [[state().payments copy] autorelease];
-}
-+ (SKPaymentTransaction*)lastTransaction {
-  Lock lock(doubleMutex());
-  return [[[state().transactions lastObject] retain] autorelease];
-}
++ (NSArray*)transactions { return snapshot(state().transactions); }
 + (SKPaymentTransaction*)transactionWithPayment:(SKPayment*)payment original:(SKPaymentTransaction*)original {
-  NSMutableDictionary* values = [NSMutableDictionary dictionaryWithDictionary:@{
+  SKPaymentTransaction* transaction = [SKPaymentTransaction recordWithValues:@{
     @"payment": [[payment copy] autorelease], @"transactionState": @(SKPaymentTransactionStatePurchasing)}];
-  if (original) [values setObject:original forKey:@"originalTransaction"];
-  return [SKPaymentTransaction recordWithValues:values];
+  [transaction setRecordValue:original forKey:@"originalTransaction"];
+  return transaction;
 }
 + (void)move:(SKPaymentTransaction*)transaction
           to:(SKPaymentTransactionState)newState
@@ -453,71 +392,35 @@ OBJECT_PROPERTY(NSString*, identifier)
       if (![state().transactions containsObject:transaction]) [state().transactions addObject:transaction];
     }
   }
-  SKPaymentQueue* queue = [SKPaymentQueue defaultQueue];
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    [observer paymentQueue:queue updatedTransactions:transactions];
-  }
+  tellObservers(@selector(paymentQueue:updatedTransactions:), [&](id observer) {
+    [observer paymentQueue:[SKPaymentQueue defaultQueue] updatedTransactions:transactions];
+  });
 }
-+ (NSArray*)finished {
-  Lock lock(doubleMutex());
-  return [[state().finished copy] autorelease];
-}
-+ (NSUInteger)refusedFinishes {
-  Lock lock(doubleMutex());
-  return state().refusedFinishes;
-}
-+ (NSArray*)restoreRequests {
-  Lock lock(doubleMutex());
-  return [[state().restores copy] autorelease];
-}
++ (NSArray*)finished { return snapshot(state().finished); }
++ (NSArray*)restoreRequests { return snapshot(state().restores); }
 + (void)finishRestore {
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    if ([observer respondsToSelector:@selector(paymentQueueRestoreCompletedTransactionsFinished:)]) {
-      [observer paymentQueueRestoreCompletedTransactionsFinished:[SKPaymentQueue defaultQueue]];
-    }
-  }
+  tellObservers(@selector(paymentQueueRestoreCompletedTransactionsFinished:), [](id observer) {
+    [observer paymentQueueRestoreCompletedTransactionsFinished:[SKPaymentQueue defaultQueue]];
+  });
 }
 + (void)failRestore:(NSError*)error {
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    if ([observer respondsToSelector:@selector(paymentQueue:restoreCompletedTransactionsFailedWithError:)]) {
-      [observer paymentQueue:[SKPaymentQueue defaultQueue] restoreCompletedTransactionsFailedWithError:error];
-    }
-  }
+  tellObservers(@selector(paymentQueue:restoreCompletedTransactionsFailedWithError:), [&](id observer) {
+    [observer paymentQueue:[SKPaymentQueue defaultQueue] restoreCompletedTransactionsFailedWithError:error];
+  });
 }
 + (void)revoke:(NSArray*)productIdentifiers {
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    if ([observer respondsToSelector:@selector(paymentQueue:didRevokeEntitlementsForProductIdentifiers:)]) {
-      [observer paymentQueue:[SKPaymentQueue defaultQueue] didRevokeEntitlementsForProductIdentifiers:productIdentifiers];
-    }
-  }
-}
-+ (void)setStorefront:(SKStorefront*)storefront {
-  Lock lock(doubleMutex());
-  [storefront retain];
-  [state().storefront release];
-  state().storefront = storefront;
+  tellObservers(@selector(paymentQueue:didRevokeEntitlementsForProductIdentifiers:), [&](id observer) {
+    [observer paymentQueue:[SKPaymentQueue defaultQueue] didRevokeEntitlementsForProductIdentifiers:productIdentifiers];
+  });
 }
 + (void)changeStorefront:(SKStorefront*)storefront {
-  [self setStorefront:storefront];
-  for (id<SKPaymentTransactionObserver> observer in observersSnapshot()) {
-    if ([observer respondsToSelector:@selector(paymentQueueDidChangeStorefront:)]) {
-      [observer paymentQueueDidChangeStorefront:[SKPaymentQueue defaultQueue]];
-    }
-  }
+  replace(state().storefront, storefront);
+  tellObservers(@selector(paymentQueueDidChangeStorefront:), [](id observer) {
+    [observer paymentQueueDidChangeStorefront:[SKPaymentQueue defaultQueue]];
+  });
 }
-+ (NSUInteger)observerCount {
-  Lock lock(doubleMutex());
-  return [state().observers count];
-}
-+ (NSUInteger)reviewRequests {
-  Lock lock(doubleMutex());
-  return state().reviewRequests;
-}
-+ (void)setReceiptURL:(NSURL*)url {
-  Lock lock(doubleMutex());
-  [url retain];
-  [state().receiptURL release];
-  state().receiptURL = url;
-}
++ (NSUInteger)observerCount { return [snapshot(state().observers) count]; }
++ (NSUInteger)reviewRequests { return state().reviewRequests; }
++ (void)setReceiptURL:(NSURL*)url { replace(state().receiptURL, url); }
 
 @end

@@ -10,46 +10,24 @@ NS_ASSUME_NONNULL_BEGIN
 extern NSString* const SKErrorDomain;
 
 // The records below keep their values in a dictionary (this double's own base class; the
-// framework's classes derive from NSObject).
+// framework's classes derive from NSObject). Tests make and change records with these.
 @interface SKDoubleRecord : NSObject {
  @public
   NSMutableDictionary* _values;
 }
+/// A record with these values by property name (numbers as NSNumber).
++ (instancetype)recordWithValues:(NSDictionary*)values;
+- (void)setRecordValue:(nullable id)value forKey:(NSString*)key;
 @end
 
-typedef NS_ENUM(NSInteger, SKErrorCode) {
-  SKErrorUnknown = 0,
-  SKErrorClientInvalid = 1,
-  SKErrorPaymentCancelled = 2,
-  SKErrorPaymentInvalid = 3,
-  SKErrorPaymentNotAllowed = 4,
-  SKErrorStoreProductNotAvailable = 5,
-};
-
-typedef NS_ENUM(NSUInteger, SKProductPeriodUnit) {
-  SKProductPeriodUnitDay = 0,
-  SKProductPeriodUnitWeek = 1,
-  SKProductPeriodUnitMonth = 2,
-  SKProductPeriodUnitYear = 3,
-};
-
-typedef NS_ENUM(NSUInteger, SKProductDiscountPaymentMode) {
-  SKProductDiscountPaymentModePayAsYouGo = 0,
-  SKProductDiscountPaymentModePayUpFront = 1,
-  SKProductDiscountPaymentModeFreeTrial = 2,
-};
-
-typedef NS_ENUM(NSUInteger, SKProductDiscountType) {
-  SKProductDiscountTypeIntroductory = 0,
-  SKProductDiscountTypeSubscription = 1,
-};
+// The adapter passes these through as numbers, so their named values are left out.
+typedef NSUInteger SKProductPeriodUnit;
+typedef NSUInteger SKProductDiscountPaymentMode;
+typedef NSUInteger SKProductDiscountType;
 
 typedef NS_ENUM(NSInteger, SKPaymentTransactionState) {
-  SKPaymentTransactionStatePurchasing = 0,
-  SKPaymentTransactionStatePurchased = 1,
-  SKPaymentTransactionStateFailed = 2,
-  SKPaymentTransactionStateRestored = 3,
-  SKPaymentTransactionStateDeferred = 4,
+  SKPaymentTransactionStatePurchasing, SKPaymentTransactionStatePurchased, SKPaymentTransactionStateFailed,
+  SKPaymentTransactionStateRestored, SKPaymentTransactionStateDeferred,
 };
 
 @interface SKProductSubscriptionPeriod : SKDoubleRecord
@@ -115,7 +93,6 @@ typedef NS_ENUM(NSInteger, SKPaymentTransactionState) {
   NSSet* _productIdentifiers;
 }
 - (instancetype)initWithProductIdentifiers:(NSSet<NSString*>*)productIdentifiers;
-@property(nonatomic, assign, nullable) id<SKProductsRequestDelegate> delegate;
 @end
 
 @interface SKPaymentDiscount : SKDoubleRecord
@@ -131,7 +108,7 @@ typedef NS_ENUM(NSInteger, SKPaymentTransactionState) {
 @property(nonatomic, readonly) NSNumber* timestamp;
 @end
 
-@interface SKPayment : SKDoubleRecord <NSCopying, NSMutableCopying>
+@interface SKPayment : SKDoubleRecord <NSCopying>
 @property(nonatomic, readonly, copy) NSString* productIdentifier;
 @property(nonatomic, readonly) NSInteger quantity;
 @property(nonatomic, readonly, copy, nullable) NSString* applicationUsername;
@@ -177,7 +154,6 @@ typedef NS_ENUM(NSInteger, SKPaymentTransactionState) {
 @interface SKPaymentQueue : NSObject
 + (instancetype)defaultQueue;
 @property(nonatomic, readonly, nullable) SKStorefront* storefront;
-@property(nonatomic, readonly) NSArray<SKPaymentTransaction*>* transactions;
 - (void)addPayment:(SKPayment*)payment;
 - (void)restoreCompletedTransactions;
 - (void)restoreCompletedTransactionsWithApplicationUsername:(nullable NSString*)username;
