@@ -77,11 +77,9 @@ TEST(ProductCoding, EveryTypeRoundTrips) {
   exact.price = *Decimal::fromString("260.3712140000000510976");
   Offer emptyID = winback();
   emptyID.id = Offer::ID("");
-  Offer negative = winback();
-  negative.price = *Decimal::fromString("-0.0000000000000000000000000000000000001");
 
   for (const Info& info : {yearly(), bare}) expectRoundTrip(info);
-  for (const Offer& offer : {winback(), trial(), exact, emptyID, negative}) expectRoundTrip(offer);
+  for (const Offer& offer : {winback(), trial(), exact, emptyID}) expectRoundTrip(offer);
   for (const Period& period : {Period::week(1), Period::day(0), Period::month(-3), Period::year(INT64_MAX)}) {
     expectRoundTrip(period);
   }
@@ -110,26 +108,24 @@ TEST(ProductCoding, OptionalKeysMayBeMissingOrNullAndUnknownKeysAreIgnored) {
   EXPECT_EQ(nullIntro.subscriptionPeriod, Period::day(1));
 }
 
+// Faults of the product records themselves: key names, raw values, required fields and the
+// path through nested records. How each JSON type fails in general is the decoder's own business.
 TEST(ProductCoding, FaultsAreReportedWithKindAndCodingPath) {
   const std::string offer =
       R"({"id":"w","type":"promotional","price":4.99,"priceLocale":"en_US","displayPrice":"$4.99",)"
       R"("period":{"unit":2,"value":3},"paymentMode":"pay_up_front"})";
-  const std::string badMode =
-      R"({"id":"w","type":"promotional","price":4.99,"priceLocale":"en_US","displayPrice":"$4.99",)"
-      R"("period":{"unit":2,"value":3},"paymentMode":"freeTrial"})";
+  const std::string badMode = std::string(offer).replace(offer.find("pay_up_front"), 12, "freeTrial");
   const std::string withoutPeriod =
       R"({"type":"promotional","price":4.99,"priceLocale":"en_US","displayPrice":"$4.99","paymentMode":"free_trial"})";
   auto info = [](const std::string& offers, const std::string& rest = R"(,"isEligibleForIntroOffer":true)") {
     return R"({"subscriptionGroupID":"pro","subscriptionPeriod":{"unit":3,"value":1},"promotionalOffers":[)" +
            offers + "]" + rest + "}";
   };
-
   const struct {
     const char* name;
     std::function<void()> decode;
     Kind kind;
-    const char* path;
-    const char* description;  // a part of the description
+    const char *path, *description;  // a part of the description
   } cases[] = {
       {"flag has no default", [&] { decodeFromJsonText<Info>(info(offer, "")); }, Kind::keyNotFound, "",
        "\"isEligibleForIntroOffer\""},
@@ -152,40 +148,8 @@ TEST(ProductCoding, FaultsAreReportedWithKindAndCodingPath) {
        "unit", "Cannot initialize Unit from invalid Int value -1"},
       {"unit as text", [] { decodeFromJsonText<Period>(R"({"unit":"month","value":1})"); }, Kind::typeMismatch,
        "unit", ""},
-      {"value as text", [] { decodeFromJsonText<Period>(R"({"unit":2,"value":"3"})"); }, Kind::typeMismatch,
-       "value", ""},
-      {"fractional value", [] { decodeFromJsonText<Period>(R"({"unit":2,"value":1.5})"); }, Kind::dataCorrupted,
-       "value", "1.5"},
       {"period missing value", [] { decodeFromJsonText<Period>(R"({"unit":2})"); }, Kind::keyNotFound, "",
        "\"value\""},
-      {"period as array", [] { decodeFromJsonText<Period>(R"([2,1])"); }, Kind::typeMismatch, "", ""},
-      {"price as text",
-       [] {
-         decodeFromJsonText<Offer>(R"({"type":"introductory","price":"4.99","priceLocale":"en_US",)"
-                                   R"("displayPrice":"","period":{"unit":1,"value":1},"paymentMode":"free_trial"})");
-       },
-       Kind::typeMismatch, "price", ""},
-      {"locale as number",
-       [] {
-         decodeFromJsonText<Offer>(R"({"type":"introductory","price":4.99,"priceLocale":5,)"
-                                   R"("displayPrice":"","period":{"unit":1,"value":1},"paymentMode":"free_trial"})");
-       },
-       Kind::typeMismatch, "priceLocale", ""},
-      {"null group", [&] { decodeFromJsonText<Info>(R"({"subscriptionGroupID":null})"); }, Kind::valueNotFound,
-       "subscriptionGroupID", ""},
-      {"offers not a list",
-       [&] {
-         decodeFromJsonText<Info>(R"({"subscriptionGroupID":"pro","subscriptionPeriod":{"unit":3,"value":1},)"
-                                  R"("promotionalOffers":{},"isEligibleForIntroOffer":true})");
-       },
-       Kind::typeMismatch, "promotionalOffers", ""},
-      {"trailing text after the document", [&] { decodeFromJsonText<Info>(info("") + "x"); }, Kind::dataCorrupted,
-       "", "not valid JSON"},
-      {"intro offer of the wrong shape",
-       [&] {
-         decodeFromJsonText<Info>(R"({"introductoryOffer":"none","subscriptionGroupID":"pro"})");
-       },
-       Kind::typeMismatch, "introductoryOffer", ""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
