@@ -1,24 +1,31 @@
-#include "velquist/storekit/formatting/period_format_style.h"
-
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <type_traits>
 
 #include "common/hash_testing.h"
 #include "velquist/coreui/l10n.h"
+#include "velquist/storekit/formatting/offer_format_style.h"
+#include "velquist/storekit/formatting/period_format_style.h"
+#include "velquist/storekit/formatting/price_format_style.h"
 
 namespace velquist::storekit {
 namespace {
 
 using formatting::GrammaticalNumber;
 using formatting::UnitStyle;
+using foundation::FloatingPointRoundingRule;
 using foundation::Locale;
 using Period = Product::SubscriptionPeriod;
 using Unit = Period::Unit;
 using Style = Period::FormatStyle;
 using UnitFormatStyle = Period::UnitFormatStyle;
+using Price = Product::FormatStyle::Price;
+using Offer = Product::SubscriptionOffer;
+using PaymentMode = Offer::PaymentMode;
 using Word = std::string (*)();
 namespace W = coreui::L10n::Product::SubscriptionPeriod::Unit;
+namespace OfferWords = coreui::L10n::Product::SubscriptionOffer;
 
 constexpr auto always = formatting::ValueDisplayStrategy::always;
 constexpr auto complete = UnitStyle::complete;
@@ -26,12 +33,16 @@ constexpr auto shortened = UnitStyle::shortened;
 constexpr auto recurrent = UnitStyle::recurrent;
 constexpr std::int64_t int64Max = std::numeric_limits<std::int64_t>::max();
 
-// The word tables run in Russian, where the two plural forms differ, so a swap shows.
+static_assert(!std::is_default_constructible_v<Product::FormatStyle>, "a namespace only");
+
+// The words come in Russian, where the two plural forms differ, so a swap shows; prices
+// always use the product's own locale.
 class PeriodFormatStyle : public ::testing::Test {
  protected:
   void SetUp() override { Locale::setCurrent(Locale("ru_RU")); }
   void TearDown() override { Locale::setCurrent(std::nullopt); }
 };
+using PriceFormatStyle = PeriodFormatStyle;
 
 TEST(GrammaticalNumber, LooksAtTheAbsoluteValueOnly) {
   using enum GrammaticalNumber;
@@ -111,6 +122,74 @@ TEST(PeriodFormatStyleValue, ModifiersReplaceOneFieldAndEqualStylesHashAlike) {
   testing::expectHashAgreesWithEquality<Style>(
       {Style(), Style(complete, {}, {}), base, Style(shortened, {Unit::day, Unit::month})});
   testing::expectHashAgreesWithEquality<UnitFormatStyle>({UnitFormatStyle(), UnitFormatStyle(complete)});
+}
+
+// A product priced in en_US; an empty price is NaN, which has no price text.
+Product product(const char* price, std::optional<Period> period) {
+  std::optional<Product::SubscriptionInfo> subscription;
+  if (period) subscription = Product::SubscriptionInfo{std::nullopt, "group", *period, {}, false};
+  const Decimal amount = *price ? *Decimal::fromString(price) : Decimal::nan();
+  return Product(Product::ID("p"), "", "", amount, Locale("en_US"), "", subscription);
+}
+
+TEST_F(PriceFormatStyle, JoinsThePresentPartsByTheSeparatorAndUnitStyle) {
+  const Product weekly = product("4.99", Period::week(1));
+  const Price price = Product::FormatStyle::price();
+  const Price omitted = price.separator(Price::Separator::omitted);
+  const Price noPeriod = price.subscriptionPeriodStyle(Price::SubscriptionPeriodStyle::omitted);
+  const auto perYear = Product::FormatStyle::price(Period::year(1));
+  // The text holds the price part and the joint; the word, if any, is the period part.
+  const struct { Product product; Price style; const char* text; Word word; } cases[] = {
+      {product("9.99", std::nullopt), price, "$9.99", nullptr},
+      {product("", std::nullopt), price, "", nullptr},
+      {weekly, price, "$4.99 / ", W::week},
+      {weekly, price.subscriptionPeriodUnitStyle(UnitStyle::shortened), "$4.99/", W::Week::compactName},
+      {weekly, price.subscriptionPeriodUnitStyle(UnitStyle::recurrent), "$4.99 / ", W::Week::recurrent},
+      {weekly, omitted.subscriptionPeriodUnitStyle(UnitStyle::recurrent), "$4.99 ", W::Week::recurrent},
+      {weekly, omitted.subscriptionPeriodUnitStyle(UnitStyle::shortened), "$4.99 ", W::Week::compactName},
+      {product("19.99", Period::month(3)), price, "$19.99 / 3 ", W::Month::plural},
+      {weekly, noPeriod, "$4.99", nullptr},
+      // Restated: 4.99 x 52.1786 = 260.371214..., rounded by the style's rule.
+      {weekly, perYear, "$260.37 / ", W::year},
+      {weekly, perYear.roundingRule(FloatingPointRoundingRule::up), "$260.38 / ", W::year},
+      {product("", Period::week(1)), price, "", W::week},
+      {product("", Period::week(1)), noPeriod, "", nullptr},
+  };
+  for (const auto& [p, style, text, word] : cases) EXPECT_EQ(p.formatted(style), text + (word ? word() : "")) << text;
+  EXPECT_EQ(weekly.formatted(omitted.subscriptionPeriodUnitStyle(UnitStyle::recurrent)), "$4.99 еженедельно");
+}
+
+TEST(PriceFormatStyleValue, LocaleLeavesTheStyleAsItIsAndHashAgrees) {
+  const Price price = Product::FormatStyle::price();
+  EXPECT_EQ(price.locale(Locale("de_DE")), price);
+  testing::expectHashAgreesWithEquality<Price>({price, Product::FormatStyle::price(std::nullopt),
+                                                price.roundingRule(FloatingPointRoundingRule::up)});
+}
+
+TEST_F(PriceFormatStyle, OnlyFreeTrialsHaveAnOfferLineAndPaymentModesHaveNames) {
+  const auto offer = [](PaymentMode mode, Period period) {
+    return Offer{std::nullopt, Offer::OfferType::introductory, Decimal(0), Locale("en_US"), "$0.00", period, mode};
+  };
+  // The unit word handed to the free-trial sentence; none: the empty text.
+  const std::pair<Offer, Word> cases[] = {
+      {offer(PaymentMode::payAsYouGo, Period::day(3)), nullptr},
+      {offer(PaymentMode::payUpFront, Period::day(3)), nullptr},
+      {offer(PaymentMode::freeTrial, Period::day(3)), W::Day::plural},
+      {offer(PaymentMode::freeTrial, Period::day(7)), W::Day::plural2},
+      {offer(PaymentMode::freeTrial, Period::week(1)), W::week},
+  };
+  for (const auto& [o, word] : cases) {
+    const std::string expected = word ? OfferWords::freeTrial(o.period.value, word()) : "";
+    EXPECT_EQ(o.formatted(), expected) << o.period.analyticsValue();
+    EXPECT_EQ(o.formatted(Offer::FormatStyle()), expected);
+  }
+  namespace Mode = OfferWords::PaymentMode;
+  for (const auto& [mode, name] : {std::pair{PaymentMode::payAsYouGo, &Mode::payAsYouGo},
+                                   std::pair{PaymentMode::payUpFront, &Mode::payUpFront},
+                                   std::pair{PaymentMode::freeTrial, &Mode::freeTrial}}) {
+    EXPECT_EQ(formatted(mode), name());
+    EXPECT_EQ(formatted(mode, Offer::PaymentModeFormatStyle()), name());
+  }
 }
 
 }  // namespace
