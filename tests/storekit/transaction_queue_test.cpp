@@ -63,37 +63,52 @@ class TransactionQueueTest : public ::testing::Test {
 };
 using PaymentQueueTest = TransactionQueueTest;
 
-TEST_F(TransactionQueueTest, ClassifiesEachPurchaseAgainstTheStoredSet) {
-  const std::string lines[] = {"", "handle transaction: first purchase", "handle transaction: skip, reason: renewal",
-                               "handle transaction: start trial"};
+// One report reaches both ways of following purchases, each with its own stored set.
+TEST_F(TransactionQueueTest, BothWaysClassifyEachPurchaseAgainstTheStoredSet) {
+  const std::string queueLines[] = {"", "handle transaction: first purchase",
+                                    "handle transaction: skip, reason: renewal", "handle transaction: start trial"};
+  const std::string paymentQueueLines[] = {"", "filter transaction: 1st purchase", renewalLine,
+                                           "filter transaction: start trial"};
   for (const auto& scenario : testing::scenarios()) {
     SCOPED_TRACE(scenario.name);
     const auto defaults = std::make_shared<foundation::InMemoryUserDefaults>();
+    const auto settings = UserSettingsClient::inMemory();
     if (scenario.stored) defaults->setString(*scenario.stored, originalTransactionIDsKey);
+    if (scenario.stored) settings.setData(bytes(*scenario.stored), key);
     const auto queue = makeQueue(defaults);
     const auto listener = std::make_shared<RecordingListener>(), other = std::make_shared<RecordingListener>();
     queue->add(listener), queue->add(other);
-    const auto batch = testing::storeBatch(scenario.batch);
+    auto updates = PaymentQueue(settings).updates();
+    const auto batch = storeBatch(scenario.batch);
     const auto count = std::to_string(batch.size());
     Batch expected;
-    Strings expectedLog = {"transactions updated, count " + count,
-                           "handle transactions count " + count + " and products count " +
-                               std::to_string(scenario.productsFound)};
+    const auto found = std::to_string(scenario.productsFound);
+    Strings queueLog = {"transactions updated, count " + count,
+                        "handle transactions count " + count + " and products count " + found};
+    Strings paymentQueueLog = {"fetch products success"};
     for (std::size_t i = 0; i < batch.size(); ++i) {
       const Transaction record = testing::expectedRecord(scenario.batch[i], batch[i]);
-      expectedLog.push_back("handle transaction " + record.description());
-      if (scenario.outcomes[i] != testing::Outcome::passed) expectedLog.push_back(lines[int(scenario.outcomes[i])]);
-      if (scenario.outcomes[i] != testing::Outcome::renewal) expected.push_back(record);
+      const auto outcome = scenario.outcomes[i];
+      queueLog.push_back("handle transaction " + record.description());
+      if (outcome != testing::Outcome::passed) {
+        queueLog.push_back(queueLines[int(outcome)]), paymentQueueLog.push_back(paymentQueueLines[int(outcome)]);
+      }
+      if (outcome != testing::Outcome::renewal) expected.push_back(record);
     }
     logging::LogCapture capture;
     SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
     const auto delivered = listener->batches.waitFor(1, "batch at the first listener");
     EXPECT_EQ(other->batches.waitFor(1, "batch at the second listener"), delivered);
     EXPECT_EQ(delivered, std::vector<Batch>{expected});
+    EXPECT_EQ(testing::nextWithin(updates, "the classified batch"), expected);
     EXPECT_EQ(stored(*defaults), scenario.storedAfter);
-    EXPECT_EQ(capture.messages(subsystem, "StoreKit"), expectedLog);
+    EXPECT_EQ(stored(settings), scenario.storedAfter);
+    EXPECT_EQ(capture.messages(subsystem, "StoreKit"), queueLog);
+    EXPECT_EQ(capture.messages(paymentQueueSubsystem, "StoreKit"), paymentQueueLog);
     for (const auto& entry : capture.entries()) EXPECT_EQ(entry.level, logging::LogLevel::info);
     queue->remove(listener), queue->remove(other);
+    detail::endPaymentQueueObservations();
+    EXPECT_EQ(testing::nextWithin(updates, "the end of the stream"), std::nullopt);
   }
 }
 
@@ -248,33 +263,6 @@ TEST(TransactionQueueListenerState, SeesEveryChangeAndParsesOncePerChange) {
   }
 }
 
-TEST_F(PaymentQueueTest, ClassifiesEachPurchaseAgainstTheStoredSet) {
-  const std::string lines[] = {"", "filter transaction: 1st purchase", renewalLine, "filter transaction: start trial"};
-  for (const auto& scenario : testing::scenarios()) {
-    SCOPED_TRACE(scenario.name);
-    const auto settings = UserSettingsClient::inMemory();
-    if (scenario.stored) settings.setData(bytes(*scenario.stored), key);
-    auto updates = PaymentQueue(settings).updates();
-    const auto batch = storeBatch(scenario.batch);
-    Batch expected;
-    Strings expectedLog = {"fetch products success"};
-    for (std::size_t i = 0; i < batch.size(); ++i) {
-      if (scenario.outcomes[i] != testing::Outcome::passed) expectedLog.push_back(lines[int(scenario.outcomes[i])]);
-      if (scenario.outcomes[i] != testing::Outcome::renewal) {
-        expected.push_back(testing::expectedRecord(scenario.batch[i], batch[i]));
-      }
-    }
-    logging::LogCapture capture;
-    SKPaymentQueue::defaultQueue().reportUpdatedTransactions(batch);
-    EXPECT_EQ(testing::nextWithin(updates, "the classified batch"), expected);
-    EXPECT_EQ(stored(settings), scenario.storedAfter);
-    EXPECT_EQ(capture.messages(paymentQueueSubsystem, "StoreKit"), expectedLog);
-    for (const auto& entry : capture.entries()) EXPECT_EQ(entry.level, logging::LogLevel::info);
-    detail::endPaymentQueueObservations();
-    EXPECT_EQ(testing::nextWithin(updates, "the end of the stream"), std::nullopt);
-  }
-}
-
 // The stored set is read before every decision: a change made between batches counts, even
 // though an unchanged set is not parsed again.
 TEST_F(PaymentQueueTest, AChangeOfTheStoredSetBetweenBatchesIsSeen) {
@@ -282,7 +270,7 @@ TEST_F(PaymentQueueTest, AChangeOfTheStoredSetBetweenBatchesIsSeen) {
   auto updates = PaymentQueue(settings).updates();
   const auto deliver = [&](std::vector<testing::StoreTransaction> rows) {
     SKPaymentQueue::defaultQueue().reportUpdatedTransactions(storeBatch(rows));
-    return updates.next().value_or(Batch{}).size();
+    return testing::nextWithin(updates, "the classified batch").value_or(Batch{}).size();
   };
   EXPECT_EQ(deliver({{.id = "T1"}}), 1u);
   EXPECT_EQ(deliver({{.id = "T2", .original = "T1"}}), 0u);  // a renewal
