@@ -26,7 +26,7 @@ using IDs = std::set<std::string>;
 
 constexpr std::string_view subsystem = "velquist.store-kit.transaction-listener";
 constexpr std::string_view paymentQueueSubsystem = "VelquistSDK.PaymentQueue";
-const std::string key(originalTransactionIDsKey);
+const std::string idsKey(originalTransactionIDsKey);
 const std::string renewalLine = "filter transaction\n[\n  \"reason\": \"renewal\",\n  \"result\": \"filtered\"\n]";
 
 bool observesStore(const std::shared_ptr<TransactionQueue>& queue) {
@@ -74,7 +74,7 @@ TEST_F(TransactionQueueTest, BothWaysClassifyEachPurchaseAgainstTheStoredSet) {
     const auto defaults = std::make_shared<foundation::InMemoryUserDefaults>();
     const auto settings = UserSettingsClient::inMemory();
     if (scenario.stored) defaults->setString(*scenario.stored, originalTransactionIDsKey);
-    if (scenario.stored) settings.setData(bytes(*scenario.stored), key);
+    if (scenario.stored) settings.setData(bytes(*scenario.stored), idsKey);
     const auto queue = makeQueue(defaults);
     const auto listener = std::make_shared<RecordingListener>(), other = std::make_shared<RecordingListener>();
     queue->add(listener), queue->add(other);
@@ -274,14 +274,14 @@ TEST_F(PaymentQueueTest, AChangeOfTheStoredSetBetweenBatchesIsSeen) {
   };
   EXPECT_EQ(deliver({{.id = "T1"}}), 1u);
   EXPECT_EQ(deliver({{.id = "T2", .original = "T1"}}), 0u);  // a renewal
-  settings.setData(bytes("X"), key);
+  settings.setData(bytes("X"), idsKey);
   EXPECT_EQ(deliver({{.id = "T3", .original = "T1"}}), 1u);  // T1 is no longer stored
   EXPECT_EQ(stored(settings), (IDs{"X", "T1"}));
 }
 
 TEST_F(PaymentQueueTest, AFailedProductsRequestIsLoggedAndTheBatchHandledWithoutProducts) {
   const auto settings = UserSettingsClient::inMemory();
-  settings.setData(bytes("T0"), key);
+  settings.setData(bytes("T0"), idsKey);
   auto updates = PaymentQueue(settings).updates();
   backend->setFailure(platform::SKError(platform::SKError::Code::cloudServiceNetworkConnectionFailed, "offline"));
   logging::LogCapture capture;
@@ -309,15 +309,15 @@ TEST(StoredOriginalTransactionIDs, BytesReadAsTheSetOfTheirPiecesOnlyWhenUtf8) {
   };
   for (std::size_t i = 0; i < std::size(examples); ++i) {
     const auto settings = UserSettingsClient::inMemory();
-    settings.setData(examples[i].first, key);
+    settings.setData(examples[i].first, idsKey);
     EXPECT_EQ(stored(settings), examples[i].second) << "example " << i;
   }
   // Written as the joined text's bytes; the empty set as empty bytes, not as nothing.
   const auto settings = UserSettingsClient::inMemory();
   setOriginalTransactionIDs(settings, {"é"});
-  EXPECT_EQ(settings.data(key), bytes("é"));
+  EXPECT_EQ(settings.data(idsKey), bytes("é"));
   setOriginalTransactionIDs(settings, {});
-  EXPECT_EQ(settings.data(key), Bytes{});
+  EXPECT_EQ(settings.data(idsKey), Bytes{});
 }
 
 TEST_F(PaymentQueueTest, ObservationGoesOnAfterTheConsumerHasGone) {
