@@ -1,7 +1,10 @@
 #include "velquist/storekit/product/product.h"
 
+#include "velquist/storekit/product/product_coding.h"
+
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <limits>
 #include <type_traits>
 
@@ -11,17 +14,19 @@
 namespace velquist::storekit {
 namespace {
 
+using foundation::decodeFromJsonText;
+using foundation::DecodingError;
+using foundation::encodeToJsonText;
+using Kind = DecodingError::Kind;
+using Info = Product::SubscriptionInfo;
 using Period = Product::SubscriptionPeriod;
 using Unit = Period::Unit;
 using Offer = Product::SubscriptionOffer;
 using OfferType = Offer::OfferType;
 using PaymentMode = Offer::PaymentMode;
-using support::fromRawValue;
 
-static_assert(!std::is_convertible_v<Product::ID, Offer::ID>, "product and offer identifiers must not mix");
-static_assert(!std::is_convertible_v<Offer::ID, Product::ID>, "product and offer identifiers must not mix");
-static_assert(!std::is_assignable_v<Product::ID&, Offer::ID>, "product and offer identifiers must not mix");
-static_assert(!std::is_convertible_v<std::string, Product::ID>, "an identifier is named explicitly");
+static_assert(!std::is_convertible_v<Product::ID, Offer::ID> && !std::is_convertible_v<Offer::ID, Product::ID> &&
+              !std::is_convertible_v<std::string, Product::ID>, "identifiers are named explicitly and never mix");
 
 Offer freeWeek() {
   return Offer{.id = std::nullopt,
@@ -97,60 +102,29 @@ TEST(SubscriptionPeriod, OrderingComparesDaysWhileEqualityComparesFields) {
     EXPECT_EQ(c.a <= c.b, !c.greater);
     EXPECT_EQ(c.a >= c.b, !c.less);
   }
-  EXPECT_EQ(Period(3, Unit::month).numberOfUnits(), 3);
-  EXPECT_EQ(Period::week(5), Period(Unit::week, 5));
-  EXPECT_NE(Period::week(5), Period::day(5));
-}
-
-TEST(RawValues, LookupIsExactAndCaseSensitive) {
-  for (const auto& [unit, name] : {std::pair{Unit::day, "day"}, {Unit::week, "week"}, {Unit::month, "month"},
-                                   {Unit::year, "year"}}) {
-    EXPECT_EQ(description(unit), name);
-    EXPECT_EQ(fromRawValue<Unit>(rawValue(unit)), unit);
-  }
-  EXPECT_EQ(rawValue(Unit::year), 3);
-  EXPECT_LT(Unit::month, Unit::year);
-  EXPECT_EQ(fromRawValue<Unit>(std::int64_t{4}), std::nullopt);
-  EXPECT_EQ(fromRawValue<Unit>(std::int64_t{-1}), std::nullopt);
-  EXPECT_EQ(fromRawValue<OfferType>(std::string_view("promotional")), OfferType::promotional);
-  EXPECT_EQ(fromRawValue<PaymentMode>(std::string_view("free_trial")), PaymentMode::freeTrial);
-  // Exact and case-sensitive; case names are not raw values.
-  EXPECT_EQ(fromRawValue<OfferType>(std::string_view("Introductory")), std::nullopt);
-  EXPECT_EQ(fromRawValue<PaymentMode>(std::string_view("freeTrial")), std::nullopt);
-  EXPECT_EQ(fromRawValue<PaymentMode>(std::string_view("free_trial ")), std::nullopt);
 }
 
 TEST(Product, DerivedPropertiesFollowTheSubscription) {
-  EXPECT_EQ(monthly().localizedTitle(), "Pro Monthly");
-  EXPECT_EQ(monthly().localizedDescription(), "All features, billed monthly");
   EXPECT_EQ(monthly().subscriptionPeriod(), Period::month(1));
   EXPECT_EQ(monthly().introductoryPrice(), freeWeek());
   Product withoutIntro = monthly();
   withoutIntro.subscription->introductoryOffer.reset();
   EXPECT_EQ(withoutIntro.introductoryPrice(), std::nullopt);
-  EXPECT_EQ(withoutIntro.subscriptionPeriod(), Period::month(1));
   EXPECT_EQ(lifetime().subscriptionPeriod(), std::nullopt);
   EXPECT_EQ(lifetime().introductoryPrice(), std::nullopt);
-  EXPECT_EQ(lifetime().promotionalOfferID, std::nullopt);
 }
 
-TEST(Product, EqualityIsFieldWiseWhileIdentityIsTheIdentifier) {
-  Product withOffer = monthly();
-  withOffer.promotionalOfferID = Offer::ID("winback");
-  EXPECT_NE(withOffer, monthly());
-  EXPECT_EQ(withOffer.id, monthly().id);
-  Product otherScale = monthly();
-  otherScale.price = Decimal::fromParts(false, 9990, -3);  // 9.990 is the same amount
-  EXPECT_EQ(otherScale, monthly());
-}
-
-TEST(Records, HashAgreesWithEquality) {
+// Equality is field by field (a price at another scale is the same amount); the identifier
+// alone does not make two products equal. The hash follows.
+TEST(Product, EqualityIsFieldWiseAndHashAgrees) {
   Product withOffer = monthly();
   withOffer.promotionalOfferID = Offer::ID("winback");
   Product emptyOffer = monthly();
   emptyOffer.promotionalOfferID = Offer::ID("");
   Product otherScale = monthly();
   otherScale.price = Decimal::fromParts(false, 999000, -5);
+  EXPECT_NE(withOffer, monthly());
+  EXPECT_EQ(otherScale, monthly());
   testing::expectHashAgreesWithEquality(
       std::vector<Product>{monthly(), lifetime(), withOffer, emptyOffer, otherScale, monthly()});
   // An absent optional and a present empty one differ, in equality and in hash.
@@ -161,11 +135,9 @@ TEST(Records, HashAgreesWithEquality) {
   Offer promotional = freeWeek();
   promotional.id = Offer::ID("winback");
   testing::expectHashAgreesWithEquality(std::vector<Offer>{freeWeek(), promotional, zeroAtScale});
-
   auto withPromotions = *monthly().subscription;
   withPromotions.promotionalOffers = {promotional, promotional};
-  testing::expectHashAgreesWithEquality(
-      std::vector<Product::SubscriptionInfo>{*monthly().subscription, withPromotions});
+  testing::expectHashAgreesWithEquality(std::vector<Product::SubscriptionInfo>{*monthly().subscription, withPromotions});
   testing::expectHashAgreesWithEquality(std::vector<Period>{Period::week(1), Period::day(7), Period(1, Unit::week)});
 }
 
@@ -204,6 +176,145 @@ TEST(Product, DumpShowsEveryFieldWithNestedTypeNames) {
 ))");
   EXPECT_EQ(support::customDump(Unit::year), "Product.SubscriptionPeriod.Unit.year");
   EXPECT_EQ(support::customDump(PaymentMode::payUpFront), "Product.SubscriptionOffer.PaymentMode.payUpFront");
+}
+
+Offer winback() {
+  return {Offer::ID("winback"), OfferType::promotional, *Decimal::fromString("4.99"), Locale("en_US"), "$4.99",
+          Period::month(3), PaymentMode::payUpFront};
+}
+
+Offer trial() {  // priced in a locale with a keyword
+  Offer offer = freeWeek();
+  offer.priceLocale = Locale("en_PT@currency=EUR"), offer.displayPrice = "€0.00";
+  return offer;
+}
+
+Info yearly() {
+  return Info{.introductoryOffer = trial(), .subscriptionGroupID = "pro", .subscriptionPeriod = Period::year(1),
+              .promotionalOffers = {winback(), winback()}, .isEligibleForIntroOffer = true};
+}
+
+TEST(ProductCoding, WritesFieldNamesInDeclarationOrderAndOmitsAbsentOptionals) {
+  EXPECT_EQ(encodeToJsonText(Period::week(1)), R"({"unit":1,"value":1})");  // not rewritten to 7 days
+  EXPECT_EQ(encodeToJsonText(winback()),
+            R"({"id":"winback","type":"promotional","price":4.99,"priceLocale":"en_US","displayPrice":"$4.99",)"
+            R"("period":{"unit":2,"value":3},"paymentMode":"pay_up_front"})");
+  EXPECT_EQ(encodeToJsonText(trial()),
+            R"({"type":"introductory","price":0,"priceLocale":"en_PT@currency=EUR","displayPrice":"€0.00",)"
+            R"("period":{"unit":1,"value":1},"paymentMode":"free_trial"})");
+  Info bare = yearly();
+  bare.introductoryOffer.reset();
+  bare.promotionalOffers.clear();
+  EXPECT_EQ(encodeToJsonText(bare),
+            R"({"subscriptionGroupID":"pro","subscriptionPeriod":{"unit":3,"value":1},"promotionalOffers":[],)"
+            R"("isEligibleForIntroOffer":true})");
+  EXPECT_EQ(encodeToJsonText(Offer::PaymentMode::payAsYouGo), R"("pay_as_you_go")");
+  EXPECT_EQ(encodeToJsonText(Offer::OfferType::introductory), R"("introductory")");
+  EXPECT_EQ(encodeToJsonText(Period::Unit::year), "3");
+}
+
+template <class T>
+void expectRoundTrip(const T& value) {
+  const std::string json = encodeToJsonText(value);
+  EXPECT_EQ(decodeFromJsonText<T>(json), value) << json;
+}
+
+TEST(ProductCoding, EveryTypeRoundTrips) {
+  Info bare = yearly();
+  bare.introductoryOffer.reset();
+  bare.promotionalOffers.clear();
+  bare.isEligibleForIntroOffer = false;
+  Offer exact = winback();
+  exact.price = *Decimal::fromString("260.3712140000000510976");
+  Offer emptyID = winback();
+  emptyID.id = Offer::ID("");
+
+  for (const Info& info : {yearly(), bare}) expectRoundTrip(info);
+  for (const Offer& offer : {winback(), trial(), exact, emptyID}) expectRoundTrip(offer);
+  for (const Period& period : {Period::week(1), Period::day(0), Period::month(-3), Period::year(INT64_MAX)}) {
+    expectRoundTrip(period);
+  }
+  for (auto type : support::CaseList<Offer::OfferType>::all) expectRoundTrip(type);
+  for (auto mode : support::CaseList<Offer::PaymentMode>::all) expectRoundTrip(mode);
+  for (auto unit : support::CaseList<Period::Unit>::all) expectRoundTrip(unit);
+
+  // Exactness is kept to the last digit, not just numerically.
+  EXPECT_EQ(decodeFromJsonText<Offer>(encodeToJsonText(exact)).price.description(), "260.3712140000000510976");
+}
+
+TEST(ProductCoding, OptionalKeysMayBeMissingOrNullAndUnknownKeysAreIgnored) {
+  const auto offerWith = [](const std::string& id) {
+    return decodeFromJsonText<Offer>("{" + id + R"("type":"promotional","price":4.99,"priceLocale":"en_US",)" +
+                                     R"("displayPrice":"","period":{"unit":2,"value":3},"paymentMode":"pay_up_front",)" +
+                                     R"("futureField":{"x":[1,2]}})");
+  };
+  EXPECT_EQ(offerWith("").id, std::nullopt);
+  EXPECT_EQ(offerWith(R"("id":null,)").id, std::nullopt);
+  EXPECT_EQ(offerWith(R"("id":"",)").id, Offer::ID(""));
+
+  const Info nullIntro = decodeFromJsonText<Info>(
+      R"({"introductoryOffer":null,"subscriptionGroupID":"g","subscriptionPeriod":{"value":1,"unit":0},)"
+      R"("promotionalOffers":[],"isEligibleForIntroOffer":false,"extra":1})");
+  EXPECT_EQ(nullIntro.introductoryOffer, std::nullopt);
+  EXPECT_EQ(nullIntro.subscriptionPeriod, Period::day(1));
+}
+
+// Faults of the product records themselves: key names, raw values, required fields and the
+// path through nested records. How each JSON type fails in general is the decoder's own business.
+TEST(ProductCoding, FaultsAreReportedWithKindAndCodingPath) {
+  const std::string offer =
+      R"({"id":"w","type":"promotional","price":4.99,"priceLocale":"en_US","displayPrice":"$4.99",)"
+      R"("period":{"unit":2,"value":3},"paymentMode":"pay_up_front"})";
+  const std::string badMode = std::string(offer).replace(offer.find("pay_up_front"), 12, "freeTrial");
+  const std::string withoutPeriod =
+      R"({"type":"promotional","price":4.99,"priceLocale":"en_US","displayPrice":"$4.99","paymentMode":"free_trial"})";
+  auto info = [](const std::string& offers, const std::string& rest = R"(,"isEligibleForIntroOffer":true)") {
+    return R"({"subscriptionGroupID":"pro","subscriptionPeriod":{"unit":3,"value":1},"promotionalOffers":[)" +
+           offers + "]" + rest + "}";
+  };
+  const struct {
+    const char* name;
+    std::function<void()> decode;
+    Kind kind;
+    const char *path, *description;  // a part of the description
+  } cases[] = {
+      {"flag has no default", [&] { decodeFromJsonText<Info>(info(offer, "")); }, Kind::keyNotFound, "",
+       "\"isEligibleForIntroOffer\""},
+      {"deep raw value", [&] { decodeFromJsonText<Info>(info(offer + "," + offer + "," + badMode)); },
+       Kind::dataCorrupted, "promotionalOffers[2].paymentMode",
+       "Cannot initialize PaymentMode from invalid String value freeTrial"},
+      {"missing key inside an element", [&] { decodeFromJsonText<Info>(info(offer + "," + withoutPeriod)); },
+       Kind::keyNotFound, "promotionalOffers[1]", "\"period\""},
+      {"capitalised offer type",
+       [] {
+         decodeFromJsonText<Offer>(R"({"type":"Introductory","price":0,"priceLocale":"en_US","displayPrice":"",)"
+                                   R"("period":{"unit":1,"value":1},"paymentMode":"free_trial"})");
+       },
+       Kind::dataCorrupted, "type", "Cannot initialize OfferType from invalid String value Introductory"},
+      {"case name instead of raw value", [] { decodeFromJsonText<Offer::PaymentMode>(R"("payAsYouGo")"); },
+       Kind::dataCorrupted, "", "Cannot initialize PaymentMode from invalid String value payAsYouGo"},
+      {"raw value and a space", [] { decodeFromJsonText<Offer::PaymentMode>(R"("free_trial ")"); },
+       Kind::dataCorrupted, "", "Cannot initialize PaymentMode from invalid String value free_trial "},
+      {"unit out of range", [] { decodeFromJsonText<Period>(R"({"unit":4,"value":1})"); }, Kind::dataCorrupted,
+       "unit", "Cannot initialize Unit from invalid Int value 4"},
+      {"negative unit", [] { decodeFromJsonText<Period>(R"({"unit":-1,"value":1})"); }, Kind::dataCorrupted,
+       "unit", "Cannot initialize Unit from invalid Int value -1"},
+      {"unit as text", [] { decodeFromJsonText<Period>(R"({"unit":"month","value":1})"); }, Kind::typeMismatch,
+       "unit", ""},
+      {"period missing value", [] { decodeFromJsonText<Period>(R"({"unit":2})"); }, Kind::keyNotFound, "",
+       "\"value\""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    try {
+      c.decode();
+      ADD_FAILURE() << "decoded without an error";
+    } catch (const DecodingError& error) {
+      EXPECT_EQ(error.kind(), c.kind) << error.what();
+      EXPECT_EQ(error.codingPathText(), c.path) << error.what();
+      EXPECT_NE(error.debugDescription().find(c.description), std::string::npos) << error.what();
+    }
+  }
 }
 
 }  // namespace
