@@ -357,23 +357,25 @@ TEST_F(SandboxStoreTest, PlanChangesAndOffersFollowTheGroupLevels) {
   EXPECT_EQ(buy("pro.yearly").back(), "pro.yearly purchased #5 of #1");
   EXPECT_EQ(buy("pro.yearly").back(), "pro.yearly purchased #6 of #1");
   buy("cloud.quarterly");
+  EXPECT_EQ(buy("cloud.monthly").back(), "cloud.monthly purchased #8 of #7");  // same level, another period
+  EXPECT_TRUE(store->transactions().back().changesAtRenewal) << "a crossgrade waits for the renewal";
   store->advanceClock(std::chrono::days(30));
   EXPECT_EQ(offers("pro.yearly"), (Lines{"full", "full"}));
   EXPECT_EQ(offers("pro.monthly").size(), 4u);
 
   // A lower level waits for the yearly period to end, charging nothing now, then renews
   // under its promotional offer from the day that period ended.
-  EXPECT_EQ(buy("pro.monthly", signedOffer("loyalty.trial")).back(), "pro.monthly purchased #8 of #1");
+  EXPECT_EQ(buy("pro.monthly", signedOffer("loyalty.trial")).back(), "pro.monthly purchased #9 of #1");
   const LedgerEntry waiting = store->transactions().back();
   EXPECT_TRUE(waiting.changesAtRenewal && !waiting.expiresDate && waiting.offerIdentifier == "loyalty.trial");
   const auto yearlyEnds = *store->transactions()[5].expiresDate;
   EXPECT_EQ(settle(), Lines{});
   store->advanceClock(std::chrono::days(340));
-  EXPECT_EQ(settle().front(), "pro.monthly purchased #9 of #1");  // then the quarterly ones
+  EXPECT_EQ(settle().front(), "pro.monthly purchased #10 of #1");  // then the cloud ones
   EXPECT_EQ(offers("pro.monthly").back(), "promo 1");
-  EXPECT_EQ(store->transactions()[8].purchaseDate, yearlyEnds);
+  EXPECT_EQ(store->transactions()[9].purchaseDate, yearlyEnds);
   buy("lifetime");
-  EXPECT_EQ(buy("lifetime").back(), "lifetime purchased #15 of #14");
+  EXPECT_EQ(buy("lifetime").back(), "lifetime purchased #22 of #21");
 }
 
 TEST_F(SandboxStoreTest, RestoresFinishingAndTheReceipt) {
