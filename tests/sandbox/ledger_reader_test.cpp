@@ -38,11 +38,14 @@ std::string ledger(const std::string& clock, const std::string& entries) {
   return R"({"format":1,"clock":)" + clock + R"(,"nextIdentifier":9,"transactions":[)" + entries + "]}";
 }
 
-TEST(LedgerReader, RefusesDatesOutOfRangeAndOriginalsThatAreNotFirstPurchases) {
+TEST(LedgerReader, RefusesBrokenLedgersDatesOutOfRangeAndOriginalsThatAreNotFirstPurchases) {
   const fs::path folder = freshFolder("refused");
   const std::pair<std::string, std::string> cases[] = {
-      {ledger("77777772000000", ""), "clock: date 77777772000000 is outside the store's range"},
-      {ledger("7258118400000", ""), "clock: date 7258118400000 is outside"},
+      {"{", "not JSON"},
+      {R"({"format":2})", "format: unsupported ledger format 2"},
+      {R"({"format":1,"clock":0,"nextIdentifier":1,"transactions":[{"identifier":7}]})",
+       "transactions[0].identifier: expected text"},
+      {ledger("7258118400000", ""), "clock: date 7258118400000 is outside the store's range"},
       {ledger("-1", ""), "clock: date -1 is outside"},
       {ledger("9223372036854775807", ""), "clock: date 9223372036854775807 is outside"},
       {ledger("0", entry("1", "", "99999999999999999")), "transactions[0].purchaseDate: date 99999999999999999 is outside"},

@@ -120,6 +120,8 @@ TEST(StoreKitConfiguration, ToleratedVariants) {
   const StoreKitConfiguration oldest = load("");
   EXPECT_TRUE(!oldest.identifier && oldest.settings == Settings{});
   EXPECT_EQ(oldest.subscriptionGroups.at(0).subscriptions.at(0).subscriptionGroupID, "G");
+  for (const std::string key : {"_billingIssuesEnabled", "_interruptedPurchasesEnabled"})  // the editor's, a hand-made one
+    EXPECT_TRUE(load("", R"(,"settings":{")" + key + R"(":true})").settings.billingIssuesEnabled) << key;
   // A null introductory offer falls back to the first of the list; a present one wins over the list.
   const std::string list = R"(,"introductoryOffers":[{"paymentMode":"payUpFront","subscriptionPeriod":"P12M",)"
                            R"("displayPrice":"10000"},{"paymentMode":"free","subscriptionPeriod":"P1W"}])";
