@@ -140,8 +140,10 @@ class AppleStoreTest : public ::testing::Test {
   /// The adapter's delegates and observer are released once nothing needs them; the
   /// report queues may still hold the last references for a moment.
   static void waitUntilNoAdapterObjects() {
-    pollUntil([] { return liveObjects("VSKProductsRequestDelegate") + liveObjects("VSKPaymentQueueObserver") == 0; },
-              "the adapter's Objective-C objects to be released");
+    pollUntil([] {
+      return liveObjects("VSKProductsRequestDelegate") + liveObjects("VSKPaymentQueueObserver") +
+                 liveObjects("VSKPaymentQueueDelegate") == 0;
+    }, "the adapter's Objective-C objects to be released");
   }
 
   std::shared_ptr<RecordingQueueObserver> observer = std::make_shared<RecordingQueueObserver>();

@@ -1,10 +1,12 @@
 // Purchases through the adapter: the classification stories, identity and finishing, Ask
-// to Buy, restores, resuming, and the threads the framework reports on.
+// to Buy, restores, resuming, the threads the framework reports on, and the price consent
+// questions.
 #include "apple_test_support.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "velquist/foundation/user_defaults.h"
@@ -267,6 +269,84 @@ TEST_F(AppleTransactionsTest, ReportsAndFinishesFromManyThreads) {
   std::size_t removed = 0;
   for (const auto& batch : observer->removed.waitFor(threads * perThread)) removed += batch.size();
   EXPECT_EQ(removed, std::size_t{threads * perThread});
+}
+
+// The app's answer to the price consent question, with the threads it was asked on.
+struct AnsweringDelegate final : platform::SKPaymentQueueDelegate {
+  explicit AnsweringDelegate(bool answer) : answer(answer) {}
+  bool shouldShowPriceConsent(SKPaymentQueue&) override {
+    askedOn.push_back(std::this_thread::get_id());
+    return answer;
+  }
+  bool answer;
+  std::vector<std::thread::id> askedOn;
+};
+
+TEST_F(AppleTransactionsTest, ThePriceConsentQuestionsPassBetweenTheFrameworkAndTheApp) {
+  auto& queue = SKPaymentQueue::defaultQueue();
+  // The class of the framework queue's delegate (read in a pool of its own, so that the
+  // count of live delegates is not held up by the test's pool).
+  const auto frameworkDelegate = [] {
+    NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+    id delegate = [[::SKPaymentQueue defaultQueue] delegate];
+    std::string name = delegate ? [NSStringFromClass([delegate class]) UTF8String] : "none";
+    [pool drain];
+    return name;
+  };
+  const auto oursIsLive = [] { return testing::liveObjects("VSKPaymentQueueDelegate"); };
+  EXPECT_EQ(frameworkDelegate(), "VSKPaymentQueueDelegate");
+
+  struct Row {
+    const char* name;
+    std::optional<bool> appAnswer;  // none: the app set no delegate
+    bool shows;
+  };
+  for (const Row& row : {Row{"without a delegate", std::nullopt, true}, Row{"the app lets it show", true, true},
+                         Row{"the app defers it", false, false}}) {
+    SCOPED_TRACE(row.name);
+    const auto delegate = row.appAnswer ? std::make_shared<AnsweringDelegate>(*row.appAnswer) : nullptr;
+    queue.setDelegate(delegate);  // held weakly: gone with the row
+    const NSUInteger sheets = [SKStoreDouble priceConsentSheets], calls = [SKStoreDouble showPriceConsentCalls];
+    // The framework asks on its own thread and waits for the answer there.
+    BOOL shown = NO;
+    std::thread::id asker;
+    std::thread([&] {
+      NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+      asker = std::this_thread::get_id();
+      shown = [SKStoreDouble askToShowPriceConsent];
+      [pool drain];
+    }).join();
+    EXPECT_EQ(shown == YES, row.shows);
+    if (delegate) EXPECT_EQ(delegate->askedOn, std::vector{asker});
+    EXPECT_EQ([SKStoreDouble priceConsentSheets], sheets + (row.shows ? 1 : 0));
+    // The library's call reaches the framework, which shows a sheet it held back.
+    queue.showPriceConsentIfNeeded();
+    EXPECT_EQ([SKStoreDouble showPriceConsentCalls], calls + 1);
+    EXPECT_EQ([SKStoreDouble priceConsentSheets], sheets + 1);
+  }
+
+  // A new adapter puts its own delegate in place of the old one, which is released.
+  installAppleStore();
+  EXPECT_EQ(oursIsLive(), 1);
+  const auto defers = std::make_shared<AnsweringDelegate>(false);
+  queue.setDelegate(defers);
+  EXPECT_FALSE([SKStoreDouble askToShowPriceConsent]);
+  EXPECT_EQ(defers->askedOn.size(), 1u);
+
+  uninstallAppleStore();
+  EXPECT_EQ(frameworkDelegate(), "none");
+  EXPECT_EQ(oursIsLive(), 0);
+  EXPECT_TRUE([SKStoreDouble askToShowPriceConsent]);  // the app is no longer asked
+  EXPECT_EQ(defers->askedOn.size(), 1u);
+
+  // A delegate someone else set after the adapter's stays when the adapter goes.
+  installAppleStore();
+  id other = [[[NSObject alloc] init] autorelease];
+  [[::SKPaymentQueue defaultQueue] setDelegate:other];
+  uninstallAppleStore();
+  EXPECT_EQ(frameworkDelegate(), "NSObject");
+  EXPECT_EQ(oursIsLive(), 0);
+  [[::SKPaymentQueue defaultQueue] setDelegate:nil];
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
-// The store backend over the platform's store framework. The framework talks to two kinds
+// The store backend over the platform's store framework. The framework talks to three kinds
 // of objects of ours: a transaction observer on its payment queue and one delegate per
-// products request. Both turn what they hear into the library's values on the thread the
+// products request, which turn what they hear into the library's values on the thread the
 // framework calls them on (the main thread), then hand the reporting to serial queues of
-// the library, so the main thread never waits for the library's observers.
+// the library, so the main thread never waits for the library's observers; and the payment
+// queue's delegate, whose one question (may a price consent sheet show now?) needs its
+// answer at once, so it asks the app's delegate on the framework's thread.
 
 // The library's headers come before any Objective-C header: Objective-C defines `nil` as a
 // macro, and the library uses it as a name.
@@ -34,6 +36,10 @@ using velquist::apple::detail::Core;
   std::weak_ptr<Core>* core_;
 }
 - (instancetype)initWithCore:(const std::shared_ptr<Core>&)core;
+@end
+
+// Answers the framework's payment queue with what the library's queue delegate decides.
+@interface VSKPaymentQueueDelegate : NSObject <SKPaymentQueueDelegate>
 @end
 
 // Hears one products request.
@@ -68,6 +74,10 @@ class AutoreleasePool {
 // Originals of originals are followed this far at most.
 constexpr int maxOriginalDepth = 4;
 
+// Serialises changes of the framework queue's delegate: an adapter going away must not
+// clear the one a newer adapter has just set.
+support::Mutex queueDelegateMutex;
+
 }  // namespace
 
 class Core : public std::enable_shared_from_this<Core> {
@@ -80,7 +90,7 @@ class Core : public std::enable_shared_from_this<Core> {
 
   ~Core() {
     AutoreleasePool pool;
-    stopObserving();
+    stop();
     Lock lock(mutex_);
     for (auto& [requestID, pending] : requests_) {
       [pending.request setDelegate:nil];
@@ -209,6 +219,40 @@ class Core : public std::enable_shared_from_this<Core> {
     [observer release];
   }
 
+  // --- the framework queue's delegate ---
+
+  // Makes a delegate of ours the framework queue's, once; the framework holds it weakly,
+  // this core keeps it alive.
+  void becomeQueueDelegate() {
+    AutoreleasePool pool;
+    Lock lock(queueDelegateMutex);
+    if (queueDelegate_) return;
+    queueDelegate_ = [[VSKPaymentQueueDelegate alloc] init];
+    [[::SKPaymentQueue defaultQueue] setDelegate:queueDelegate_];
+  }
+
+  // Clears the framework queue's delegate if it is still ours (a newer adapter may have put
+  // its own there), and lets ours go.
+  void resignQueueDelegate() {
+    AutoreleasePool pool;
+    Lock lock(queueDelegateMutex);
+    if (!queueDelegate_) return;
+    ::SKPaymentQueue* queue = [::SKPaymentQueue defaultQueue];
+    if ([queue delegate] == queueDelegate_) [queue setDelegate:nil];
+    [queueDelegate_ release];
+    queueDelegate_ = nil;
+  }
+
+  void stop() {
+    stopObserving();
+    resignQueueDelegate();
+  }
+
+  void showPriceConsentIfNeeded() {
+    AutoreleasePool pool;
+    [[::SKPaymentQueue defaultQueue] showPriceConsentIfNeeded];
+  }
+
   // --- what the framework's queue reports, on its thread ---
 
   void updated(NSArray* transactions) {
@@ -324,6 +368,7 @@ class Core : public std::enable_shared_from_this<Core> {
   std::unordered_map<id, StandIn> standIns_ VELQUIST_GUARDED_BY(mutex_);
   std::unordered_map<const platform::SKPaymentTransaction*, SKPaymentTransaction*> objects_ VELQUIST_GUARDED_BY(mutex_);
   VSKPaymentQueueObserver* observer_ VELQUIST_GUARDED_BY(mutex_) = nil;  // retained
+  VSKPaymentQueueDelegate* queueDelegate_ VELQUIST_GUARDED_BY(queueDelegateMutex) = nil;  // retained
 
   support::QueueScheduler reports_{"velquist.apple-store.transactions"};
   support::QueueScheduler answers_{"velquist.apple-store.products"};
@@ -334,7 +379,7 @@ namespace {
 class AppleStoreBackend final : public platform::StoreBackend {
  public:
   AppleStoreBackend() : core_(std::make_shared<Core>()) {}
-  ~AppleStoreBackend() override { core_->stopObserving(); }
+  ~AppleStoreBackend() override { core_->stop(); }
 
   void startProductsRequest(std::uint64_t requestID, const std::unordered_set<std::string>& productIdentifiers,
                             ProductsCompletion completion) override {
@@ -348,8 +393,10 @@ class AppleStoreBackend final : public platform::StoreBackend {
   }
   std::optional<platform::SKStorefront> storefront() const override { return core_->currentStorefront(); }
   void transactionObserverAdded() override { core_->observe(); }
+  void showPriceConsentIfNeeded() override { core_->showPriceConsentIfNeeded(); }
 
-  void stop() { core_->stopObserving(); }
+  void becomeQueueDelegate() { core_->becomeQueueDelegate(); }
+  void stop() { core_->stop(); }
 
  private:
   std::shared_ptr<Core> core_;
@@ -415,6 +462,16 @@ void pointBundleAtMainBundle() {
 
 @end
 
+@implementation VSKPaymentQueueDelegate
+
+// The framework waits on its (main) thread for the answer, so the app's delegate is asked
+// right here, with no lock of the adapter held.
+- (BOOL)paymentQueueShouldShowPriceConsent:(SKPaymentQueue*)paymentQueue {
+  return velquist::platform::SKPaymentQueue::defaultQueue().shouldShowPriceConsent() ? YES : NO;
+}
+
+@end
+
 @implementation VSKProductsRequestDelegate
 
 - (instancetype)initWithCore:(const std::shared_ptr<Core>&)core requestID:(std::uint64_t)requestID {
@@ -456,6 +513,7 @@ std::shared_ptr<platform::StoreBackend> installAppleStore(const AppleStoreOption
     detail::installed.reviewPrompt = options.reviewPrompt;
   }
   if (previous) previous->stop();
+  backend->becomeQueueDelegate();
   platform::setDefaultStoreBackend(backend);
   if (options.reviewPrompt) {
     platform::SKStoreReviewController::setHandler([](const std::shared_ptr<platform::UIWindowScene>&) {

@@ -14,7 +14,7 @@ NS_ASSUME_NONNULL_BEGIN
 @interface SKStoreDouble : NSObject
 
 /// Waits for the answers under way, then forgets everything: catalogue, failure, held
-/// answers, transactions, storefront, observers, counts.
+/// answers, transactions, storefront, observers, delegate, consent sheets, counts.
 + (void)reset;
 
 // Products requests.
@@ -56,6 +56,13 @@ NS_ASSUME_NONNULL_BEGIN
 /// Sets the storefront and tells every observer it changed.
 + (void)changeStorefront:(SKStorefront*)storefront;
 + (NSUInteger)observerCount;
+/// Asks the queue's delegate, as the store does before showing a price increase's consent
+/// sheet, on the calling thread; returns whether the sheet showed (it does without a
+/// delegate). A sheet held back shows on the next `showPriceConsentIfNeeded`.
++ (BOOL)askToShowPriceConsent;
+/// Consent sheets shown so far, and `showPriceConsentIfNeeded` calls.
++ (NSUInteger)priceConsentSheets;
++ (NSUInteger)showPriceConsentCalls;
 + (NSUInteger)reviewRequests;
 + (void)setReceiptURL:(nullable NSURL*)url;
 

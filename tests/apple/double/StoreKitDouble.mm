@@ -6,6 +6,7 @@
 #include <atomic>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 NSString* const SKErrorDomain = @"SKErrorDomain";
@@ -33,6 +34,8 @@ struct DoubleState {
   NSMutableArray* restores = [[NSMutableArray alloc] init];
   SKStorefront* storefront = nil;
   NSMutableArray* observers = [[NSMutableArray alloc] init];  // retained, unlike the framework
+  id queueDelegate = nil;                                      // not retained, like the framework
+  NSUInteger heldSheets = 0, shownSheets = 0, showPriceConsentCalls = 0;
   NSURL* receiptURL = nil;
 };
 
@@ -269,6 +272,19 @@ OBJECT_PROPERTY(NSString*, identifier)
   Lock lock(doubleMutex());
   [state().transactions addObject:[SKStoreDouble transactionWithPayment:payment original:nil]];
 }
+- (id<SKPaymentQueueDelegate>)delegate {
+  Lock lock(doubleMutex());
+  return [[state().queueDelegate retain] autorelease];
+}
+- (void)setDelegate:(id<SKPaymentQueueDelegate>)delegate {
+  Lock lock(doubleMutex());
+  state().queueDelegate = delegate;
+}
+- (void)showPriceConsentIfNeeded {
+  Lock lock(doubleMutex());
+  ++state().showPriceConsentCalls;
+  state().shownSheets += std::exchange(state().heldSheets, 0);
+}
 - (void)restoreCompletedTransactions { [self restoreCompletedTransactionsWithApplicationUsername:nil]; }
 - (void)restoreCompletedTransactionsWithApplicationUsername:(NSString*)username {
   Lock lock(doubleMutex());
@@ -325,6 +341,8 @@ OBJECT_PROPERTY(NSString*, identifier)
   replace(s.productsFailure, nil);
   replace(s.storefront, nil);
   replace(s.receiptURL, nil);
+  s.queueDelegate = nil;
+  s.heldSheets = s.shownSheets = s.showPriceConsentCalls = 0;
   s.holding = false;
   s.cancelledCount = 0;
   s.reviewRequests = 0;
@@ -420,6 +438,27 @@ OBJECT_PROPERTY(NSString*, identifier)
   });
 }
 + (NSUInteger)observerCount { return [snapshot(state().observers) count]; }
++ (BOOL)askToShowPriceConsent {
+  id delegate = nil;
+  {
+    Lock lock(doubleMutex());
+    delegate = [state().queueDelegate retain];  // kept for the call, as the framework does
+  }
+  const BOOL show = ![delegate respondsToSelector:@selector(paymentQueueShouldShowPriceConsent:)] ||
+                    [delegate paymentQueueShouldShowPriceConsent:[SKPaymentQueue defaultQueue]];
+  [delegate release];
+  Lock lock(doubleMutex());
+  ++(show ? state().shownSheets : state().heldSheets);
+  return show;
+}
++ (NSUInteger)priceConsentSheets {
+  Lock lock(doubleMutex());
+  return state().shownSheets;
+}
++ (NSUInteger)showPriceConsentCalls {
+  Lock lock(doubleMutex());
+  return state().showPriceConsentCalls;
+}
 + (NSUInteger)reviewRequests { return state().reviewRequests; }
 + (void)setReceiptURL:(NSURL*)url { replace(state().receiptURL, url); }
 

@@ -151,9 +151,17 @@ typedef NS_ENUM(NSInteger, SKPaymentTransactionState) {
 - (void)paymentQueueDidChangeStorefront:(SKPaymentQueue*)queue;
 @end
 
+@protocol SKPaymentQueueDelegate <NSObject>
+@optional
+- (BOOL)paymentQueueShouldShowPriceConsent:(SKPaymentQueue*)paymentQueue;
+@end
+
 @interface SKPaymentQueue : NSObject
 + (instancetype)defaultQueue;
 @property(nonatomic, readonly, nullable) SKStorefront* storefront;
+/// Not retained (a weak reference in the framework).
+@property(nonatomic, assign, nullable) id<SKPaymentQueueDelegate> delegate;
+- (void)showPriceConsentIfNeeded;
 - (void)addPayment:(SKPayment*)payment;
 - (void)restoreCompletedTransactions;
 - (void)restoreCompletedTransactionsWithApplicationUsername:(nullable NSString*)username;

@@ -10,7 +10,8 @@ namespace velquist::apple {
 
 /// The library's store stand-ins served by the platform's store framework: products
 /// requests, payments, transactions, restores, the storefront and its changes, revoked
-/// entitlements, the review prompt and the receipt location.
+/// entitlements, the price consent questions (the adapter is the framework queue's delegate
+/// and asks the library queue's), the review prompt and the receipt location.
 ///
 /// This header is plain C++; the implementation is Objective-C++ (adapters/apple/src),
 /// built with manual reference counting (-fno-objc-arc).
@@ -39,9 +40,10 @@ struct AppleStoreOptions {
 /// that observer.
 std::shared_ptr<platform::StoreBackend> installAppleStore(const AppleStoreOptions& options = {});
 
-/// Stops observing the framework's payment queue and removes the adapter (the store
-/// backend, and the review handler if it was set); transactions already handed to the
-/// library are still reported to it. Does nothing when no adapter is installed.
+/// Stops observing the framework's payment queue, clears its delegate if it is still the
+/// adapter's, and removes the adapter (the store backend, and the review handler if it was
+/// set); transactions already handed to the library are still reported to it. Does nothing
+/// when no adapter is installed.
 void uninstallAppleStore();
 
 }  // namespace velquist::apple
